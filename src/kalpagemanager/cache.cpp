@@ -37,8 +37,7 @@ Status KALPageManager::pmLoadPage(PageNumber page, std::uint32_t& slot)
         cache_.format(slot);
         return s;
     }
-    KAL_TRACE(here, u"successfully loaded page %ld (SHOW LOCK & COUNT %lu refs)", page,
-              cache_.header(slot).references);
+    KAL_TRACE(here, u"successfully loaded page %ld (SHOW LOCK & COUNT %lu refs)", page, cache_.header(slot).references);
     cache_.holdLoaded(slot, page);
     return Status::success;
 }

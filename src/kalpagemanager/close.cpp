@@ -12,8 +12,8 @@ constexpr TraceSource here = pageManagerSource(u"kalPageManagerDeinitialize");
 
 }  // namespace
 
-// Until the file is closed a failure leaves everything in place, the file marked dirty; from then on nothing changes the
-// result.
+// Until the file is closed a failure leaves everything in place, the file marked dirty; from then on nothing changes
+// the result.
 Status KALPageManager::close()
 {
     const std::uint32_t address = traceAddress(this);

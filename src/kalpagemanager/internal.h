@@ -6,13 +6,9 @@
 #include "common/trace.h"
 #include "kalpagemanager/layout.h"
 
-#include <cstdint>
-
 namespace kaldb {
 
 inline constexpr const char* sourceFile = "./src/kalpagemanager";
-inline constexpr std::uint32_t pageDirty = KALPAGEMAN_PAGE_DIRTY;
-inline constexpr std::uint32_t pageUnused = KALPAGEMAN_PAGE_UNUSED;
 
 constexpr TraceSource pageManagerSource(const char16_t* operation) { return {u"kalpagemanager: ", operation}; }
 

@@ -104,8 +104,7 @@ Status KALPageManager::adoptFile()
     std::uint64_t size = 0;
     if (Status s = asStatus(kalFileGetSize(file_, &size)); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve file size");
-    const Status s =
-        size > 0 ? kalPageManagerInitFromFile(file_, header_) : kalPageManagerInitNewFile(file_, header_);
+    const Status s = size > 0 ? kalPageManagerInitFromFile(file_, header_) : kalPageManagerInitNewFile(file_, header_);
     if (failed(s))
         return s;
     countPagesOfFile(size);

@@ -49,10 +49,10 @@ public:
     Status flushAll();
     Status backupWhileRunning();
 
-    std::uint32_t pageCount() const;
-    PageNumber startPage() const;
+    std::uint32_t pageCount() const { return header_.pagesInFile; }
+    PageNumber startPage() const { return header_.startPage; }
     Status setStartPage(PageNumber page);
-    const char16_t* location() const;
+    const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
     /// Damage was met in this session: its backups are refused from now on, so that the last good one stays.
     void noteDamage() { damaged_ = true; }
@@ -98,7 +98,7 @@ private:
     Status backupUnlessDamaged() const;
 
     KALFile* file_ = nullptr;  // gone when a close failed; the next access opens the file again
-    KALPageFileHeader header_{};
+    kaldb::KALPageFileHeader header_{};
     kaldb::SlotCache cache_;
     kaldb::Handle<KALPageTracker> tracker_;
     KALStats* statistics_ = nullptr;

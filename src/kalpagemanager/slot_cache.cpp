@@ -9,8 +9,13 @@ using namespace kaldb;
 void kaldb::pmFormatPage(std::byte* page)
 {
     std::memset(page, 0, pageSize);
-    const KALPageHeader formatted{
-        .headerLength = pageHeaderLength, .typeName = {'P', 'G', 'E'}, .page = noPage, .flags = pageUnused};
+    const KALPageHeader formatted{.headerLength = pageHeaderLength,
+                                  .typeName = {'P', 'G', 'E'},
+                                  .page = noPage,
+                                  .references = 0,
+                                  .flags = pageUnused,
+                                  .lastUsed = 0,
+                                  .checksum = 0};
     std::memcpy(page, &formatted, sizeof formatted);
 }
 

@@ -179,7 +179,6 @@ Status KALPageTracker::pagetrackerAddReadWriteLock(KALPageLock& record)
         return KAL_TRACE(here, Status::lockConflict, u"could not read/write lock page %lu", record.page);
     record.type = LockType::readWrite;
     ++record.count;
-    KAL_TRACE(here, u"read/write locked page %lu (%lu %s locks)", record.page, record.count,
-              lockTypeName(record.type));
+    KAL_TRACE(here, u"read/write locked page %lu (%lu %s locks)", record.page, record.count, lockTypeName(record.type));
     return Status::success;
 }
