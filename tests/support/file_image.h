@@ -117,8 +117,8 @@ public:
     }
     std::size_t binarySlot(PageNumber number, std::size_t index) const
     {
-        const auto header = pages[number].get<KALDBBinaryPage>(PageImage::typed);
-        return PageImage::typed + sizeof header + index * (sizeof(KALDBBinarySlot) + header.slotDataSize);
+        const auto binary = pages[number].get<KALDBBinaryPage>(PageImage::typed);
+        return PageImage::typed + sizeof binary + index * (sizeof(KALDBBinarySlot) + binary.slotDataSize);
     }
 
     std::string bytes() const
