@@ -1,0 +1,94 @@
+// Insertion: the record goes into the lowest free slot, which becomes a leaf of the tree.
+
+#include "kalbtree/internal.h"
+
+#include <cstring>
+
+namespace kaldb {
+namespace {
+
+/// A slot as one number: its flags lie in bits 48 to 55.
+std::uint64_t slotWord(const KALBTreeSlot* slot) { return readField<std::uint64_t>(slot); }
+constexpr std::uint64_t freeBit = std::uint64_t{btreeSlotFree} << (8 * offsetof(KALBTreeSlot, flags));
+
+}  // namespace
+
+SlotIndex btreeFindFreeIndex(BTreeParts page)
+{
+    constexpr std::uint32_t stride = 4;
+    std::uint32_t i = 0;
+    for (; i + stride <= page.maxCount; i += stride) {
+        const KALBTreeSlot* slot = page.slots + i;
+        if (((slotWord(slot) | slotWord(slot + 1) | slotWord(slot + 2) | slotWord(slot + 3)) & freeBit) != 0)
+            break;
+    }
+    for (; i < page.maxCount; ++i)
+        if ((slotWord(page.slots + i) & freeBit) != 0)
+            return static_cast<SlotIndex>(i);
+    return noSlot;
+}
+
+Status btreeInsertUpdate(BTreeParts page, SlotIndex index, Compare compare)
+{
+    static constexpr TraceSource here = btreeSource(u"btreeInsertUpdate");
+    const std::byte* item = page.item(index);
+    SlotIndex parent = noSlot;
+    SlotIndex current = page.header->root;
+    bool wentPrev = false;
+    bool wentNext = false;
+    bool greater = false;
+    for (std::uint32_t stepsLeft = page.maxCount; page.has(current); --stepsLeft) {
+        if (stepsLeft == 0)
+            return Status::failure;
+        const std::int32_t order = compare(item, page.item(current));
+        if (order == 0)
+            return Status::alreadyExists;
+        parent = current;
+        greater = order > 0;
+        wentNext |= greater;
+        wentPrev |= !greater;
+        current = greater ? page.slots[current].next : page.slots[current].prev;
+    }
+    if (current != noSlot)
+        return Status::failure;
+
+    KALBTreeSlot& slot = page.slots[index];
+    slot.prev = slot.next = noSlot;
+    slot.parent = parent;
+    slot.flags = 0;
+    KAL_TRACE(here, u"inserted node %u, parent %u", index, parent);
+    if (parent != noSlot) {
+        KALBTreeSlot& above = page.slots[parent];
+        (greater ? above.next : above.prev) = index;
+        KAL_TRACE(here, u"parent %u, prev %u, next %u", parent, above.prev, above.next);
+    }
+    ++page.header->count;
+    if (!wentNext)
+        page.header->smallest = index;
+    if (!wentPrev)
+        page.header->largest = index;
+    if (page.header->root == noSlot) {
+        page.header->root = index;
+        KAL_TRACE(here, u"root at %u", index);
+    }
+    return Status::success;
+}
+
+Status BTreeView::insert(const void* record, Compare compare, SlotIndex& index) const
+{
+    index = noSlot;
+    if (count() >= maxCount())
+        return Status::full;
+    const BTreeParts page{page_};
+    const SlotIndex free = btreeFindFreeIndex(page);
+    if (free == noSlot)
+        return Status::noFreeSlot;
+    // The record may be a view into this page: what a caller read before it deleted it.
+    std::memmove(page.item(free), record, page.itemSize);
+    if (Status s = btreeInsertUpdate(page, free, compare); failed(s))
+        return s;
+    index = free;
+    return Status::success;
+}
+
+}  // namespace kaldb
