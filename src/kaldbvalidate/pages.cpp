@@ -16,8 +16,6 @@ namespace {
 
 constexpr const char* sourceFile = "./src/kaldbvalidate";
 
-constexpr std::array<char, 4> binaryName{'B', 'P', 'G', '\0'};
-
 bool hasType(TypedPage page, std::uint32_t headerLength, const std::array<char, 4>& name)
 {
     return readField<std::uint32_t>(page.data()) == headerLength &&
@@ -102,7 +100,7 @@ void dbValidatePageType(KALDBValidateContext& context, TypedPage page, [[maybe_u
         if (dbValidateBTreePage(page))
             return;
         KAL_TRACE(here, u"Page %ld btree page invalid", number);
-    } else if (hasType(page, sizeof(KALDBBinaryPage), binaryName)) {
+    } else if (hasType(page, sizeof(KALDBBinaryPage), binaryTypeName)) {
         if (dbValidateBinaryPage(page))
             return;
         KAL_TRACE(here, u"Page %ld binary page invalid", number);
@@ -184,7 +182,7 @@ bool dbValidateBTreePage(TypedPage page)
 bool dbValidateBinaryPage(TypedPage page)
 {
     const auto header = readField<KALDBBinaryPage>(page.data());
-    if (!hasType(page, sizeof(KALDBBinaryPage), binaryName) || header.size < sizeof header)
+    if (!hasType(page, sizeof(KALDBBinaryPage), binaryTypeName) || header.size < sizeof header)
         return false;
     const std::uint64_t stride = sizeof(KALDBBinarySlot) + std::uint64_t{header.slotDataSize};
     if (header.maxCount != (header.size - sizeof header) / stride ||
