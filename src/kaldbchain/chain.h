@@ -16,7 +16,7 @@ struct KALPageManager;
 
 struct KALDBChain {
     std::int32_t kind;
-    char16_t name[kaldb::chainNameSize];
+    char16_t name[kaldb::rootNameChars];
     KALDBChainCallbacks callbacks;
     std::uint32_t recordSize;
     std::uint32_t flags;
@@ -35,7 +35,7 @@ namespace kaldb {
 
 /// Checks the file (restoring the backup where needed), starts the page manager and opens the root chain, which is
 /// made first in a new file. A failure leaves the page manager running where it came up.
-Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, bool& isNew);
+Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, std::uint32_t& isNew);
 Status kaldbDeinitializeStorage();
 Status kaldbBackupStorage();
 /// Null while storage is down.

@@ -65,7 +65,7 @@ Status describe(const ChainPage& page, KALDBRootObject& object)
 
 bool plausibleRootObject(const KALDBRootObject& object)
 {
-    return object.name[chainNameSize - 1] == u'\0' && ok(checkRecordSize(object.recordSize, object.flags));
+    return object.name[rootNameChars - 1] == u'\0' && ok(checkRecordSize(object.recordSize, object.flags));
 }
 
 Status kaldbCreateChain(std::int32_t kind, const char16_t* name, std::uint32_t recordSize, std::uint32_t flags)

@@ -11,7 +11,7 @@ ChainOperation* ChainOperation::innermost_ = nullptr;
 bool sameChain(const KALDBChain& first, const KALDBChain& second)
 {
     return &first == &second ||
-           (first.kind == second.kind && std::equal(first.name, first.name + chainNameSize, second.name));
+           (first.kind == second.kind && std::equal(first.name, first.name + rootNameChars, second.name));
 }
 
 ChainOperation::ChainOperation(const KALDBChain& chain, Purpose purpose) : chain_(chain), outer_(innermost_)

@@ -24,20 +24,20 @@ Status checkBackup(const char16_t* path, bool databaseMissing)
 {
     if (databaseMissing)
         return Status::success;
-    const HeaderCheck backup = checkFileHeader((std::u16string{path} + u".backup").c_str());
-    if (failed(backup.status))
-        return backup.status;
-    return backup.errors == 0 ? Status::success : Status::damaged;
+    const ValidateResult backup = validateHeader((std::u16string{path} + u".backup").c_str());
+    if (backup.sound())
+        return Status::success;
+    return failed(backup.status) ? backup.status : Status::damaged;
 }
 
 void dbchainValidateFile(const char16_t* path)
 {
     constexpr TraceSource here = chainSource(u"dbchainValidateFile");
-    const HeaderCheck check = checkFileHeader(path);
-    if (!check.restoreWanted())
+    const ValidateResult check = validateHeader(path);
+    if (!check.spoiled())
         return;
     here.error(u"detected corrupt database");
-    Status status = checkBackup(path, check.status == Status::fileNotFound);
+    Status status = checkBackup(path, check.absent);
     if (ok(status))
         status = asStatus(kalPageManagerRestore(path));
     if (ok(status))
@@ -63,7 +63,7 @@ void createRootInNewFile([[maybe_unused]] const TraceSource& here)
 
 }  // namespace
 
-Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, bool& isNew)
+Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, std::uint32_t& isNew)
 {
     constexpr TraceSource here = chainSource(u"kaldbInitializeStorage");
     constexpr TraceSource misspelt = chainSource(u"kaldbInitializeChainStorage");

@@ -20,12 +20,12 @@ KALDBIndexRecord emptyLocator()
     return {.id = zeroIdentifier(), .page = noPage, .index = noSlot, .alignment = 0xFFFF};
 }
 
-void copyChainName(char16_t (&destination)[chainNameSize], const char16_t* source)
+void copyChainName(char16_t (&destination)[rootNameChars], const char16_t* source)
 {
     std::size_t i = 0;
-    for (; i + 1 < chainNameSize && source[i] != u'\0'; ++i)
+    for (; i + 1 < rootNameChars && source[i] != u'\0'; ++i)
         destination[i] = source[i];
-    for (; i < chainNameSize; ++i)
+    for (; i < rootNameChars; ++i)
         destination[i] = u'\0';
 }
 
@@ -48,7 +48,7 @@ std::int32_t compareRootObjects(const void* probe, const void* stored)
 {
     if (const std::int32_t order = compareRootObjectKinds(probe, stored); order != 0)
         return order;
-    for (std::size_t i = 0; i < chainNameSize; ++i) {
+    for (std::size_t i = 0; i < rootNameChars; ++i) {
         const std::size_t offset = offsetof(KALDBRootObject, name) + i * sizeof(char16_t);
         const auto first = readField<char16_t>(probe, offset);
         const auto second = readField<char16_t>(stored, offset);
