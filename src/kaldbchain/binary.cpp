@@ -103,8 +103,7 @@ Status kaldbDeleteBinaryChainRecord(KALDBChain& chain, const KALDBIndexRecord& l
     return page.markDirty();
 }
 
-Status kaldbUpdateBinaryChainRecord(KALDBChain& chain, const KALDBIndexRecord& locator,
-                                    const KALDBBinaryRecord& record)
+Status kaldbUpdateBinaryChainRecord(KALDBChain& chain, const KALDBIndexRecord& locator, const KALDBBinaryRecord& record)
 {
     constexpr static TraceSource here = chainSource(u"kaldbUpdateBinaryChainRecord");
     KAL_TRACE(here, u"loading page %ld", locator.page);

@@ -20,9 +20,9 @@ struct KALDBChain {
     KALDBChainCallbacks callbacks;
     std::uint32_t recordSize;
     std::uint32_t flags;
-    std::uintptr_t context;    // handed to indexUpdate
-    std::uint64_t session;     // the opening of storage that the handle belongs to
-    std::uint32_t enumerators; // open ones: a closed handle lives on until they are freed
+    std::uintptr_t context;     // handed to indexUpdate
+    std::uint64_t session;      // the opening of storage that the handle belongs to
+    std::uint32_t enumerators;  // open ones: a closed handle lives on until they are freed
     bool closed;
 
     bool carriesIdentifiers() const { return (flags & KALDB_CHAIN_GUID) != 0; }

@@ -8,8 +8,9 @@ namespace kaldb {
 Status typedPageFormatSize(std::uint32_t recordSize, bool binary, std::uint32_t& size)
 {
     const std::uint64_t header = binary ? sizeof(KALDBBinaryPage) : sizeof(KALBTreePage);
-    const std::uint64_t perItem = std::uint64_t{recordSize} + (binary ? 20 : 8);   // bytes that an item takes
-    const std::uint64_t reckoned = std::uint64_t{recordSize} + (binary ? 20 : 10); // bytes that the format reckons with
+    const std::uint64_t perItem = std::uint64_t{recordSize} + (binary ? 20 : 8);  // bytes that an item takes
+    const std::uint64_t reckoned =
+        std::uint64_t{recordSize} + (binary ? 20 : 10);  // bytes that the format reckons with
     for (const std::uint32_t candidate : {usablePageSize, typedPageSize}) {
         const std::uint64_t count = (candidate - header) / reckoned;
         if (count > 0 && header + count * perItem <= typedPageSize) {

@@ -98,8 +98,7 @@ void enterPage(KALDBChainEnum& walk, ChainPage& next, KALEnumerator* matches)
     if (Status s = chainStorage().pageManager->releaseLock(old); failed(s))
         KAL_TRACE(moveNext, s, u"could not unload old page %ld", old);
     if (Status s = next.leaveLock(); failed(s))
-        KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not unreference new page %ld", traceAddress(&walk),
-                  walk.page);
+        KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not unreference new page %ld", traceAddress(&walk), walk.page);
 }
 
 /// The current page has no further match: the next page in key order may have.

@@ -3,9 +3,9 @@
 //        parent                 parent
 //          |                      |
 //       existing      =>       created
-//        /    \                 /    \
-//     child  ...            child  existing
-//                                      \ ...
+//       /      \               /      \    (prev to the left, next to the right)
+//    child    ...          child   existing
+//                                      \_ ...
 
 #include "kaldbchain/internal.h"
 #include "kaldbroot/catalogue.h"

@@ -1,13 +1,14 @@
 // Taking an emptied page out of the tree of pages.
 //
 //   no child, one child:              two children (M: the last page along `next` below L):
-//      parent            parent           parent              parent
-//        |                 |                |                   |
-//        P       =>      child              P        =>         L
-//        |                                 / \                   \...
-//      child                              L   R                   M
-//                                          \...                    \
-//                                           M                       R
+//
+//      parent            parent           parent               parent
+//        |                 |                |                    |
+//        P       =>      child              P        =>          L
+//        |                                 / \                    \_ ...
+//      child                              L   R                       \_ M
+//                                          \_ ...                         \_ R
+//                                              \_ M
 //
 // A removal either happens or does not: what it will write is checked before the first change, and each step changes
 // either both of its pages or none. Removed pages stay in the file; nothing refers to them.
@@ -144,8 +145,8 @@ Status planRootObject(const KALDBChain& chain, const ChainPage& page, Removal& r
     }
     if (removal.before.firstPage == page.number()) {
         removal.changesRoot = true;
-        if (Status s = leftmostWithout(chain, page, removal.before.topPage, removal.replacement,
-                                       removal.after.firstPage);
+        if (Status s =
+                leftmostWithout(chain, page, removal.before.topPage, removal.replacement, removal.after.firstPage);
             failed(s))
             return s;
     }

@@ -192,8 +192,7 @@ Status takeFirstItemStep(const TraceSource& here, const KALDBChain& chain, const
         return dbchainPassEmptyPage(chain, page, key, compare, following);
     }
     if (failed(status))
-        return status == Status::notFound ? status
-                                          : KAL_TRACE(here, status, u"problem searching page");
+        return status == Status::notFound ? status : KAL_TRACE(here, status, u"problem searching page");
     candidate = position == 0;
     following = position > 0 ? page.links().next : page.links().prev;
     return Status::success;

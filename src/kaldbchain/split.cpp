@@ -17,8 +17,8 @@ namespace {
 constexpr TraceSource split = chainSource(u"dbchainDoSplit");
 
 /// Tells the chain's index of a record that moved. Its failure does not stop the split.
-void reportMove(const KALDBChain& chain, const void* record, PageNumber fromPage, SlotIndex fromIndex, PageNumber toPage,
-                SlotIndex toIndex)
+void reportMove(const KALDBChain& chain, const void* record, PageNumber fromPage, SlotIndex fromIndex,
+                PageNumber toPage, SlotIndex toIndex)
 {
     if (!chain.carriesIdentifiers() || chain.callbacks.indexUpdate == nullptr)
         return;

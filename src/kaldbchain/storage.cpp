@@ -4,6 +4,8 @@
 #include "kaldbroot/catalogue.h"
 #include "kaldbvalidate/validate.h"
 
+#include <kaldb/diagnostics.h>
+
 #include <string>
 
 namespace kaldb {

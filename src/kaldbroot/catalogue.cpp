@@ -24,8 +24,8 @@ constexpr TraceSource rootSource(const char16_t* operation) { return {u"kaldbroo
 Status kaldbCreateRoot()
 {
     constexpr TraceSource here = rootSource(u"kaldbCreateRoot");
-    const Status status = kaldbCreateChain(KALDB_OBJECT_ROOT, u"ROOT", sizeof(KALDBRootObject),
-                                           KALDB_CHAIN_GUID | KALDB_CHAIN_SYSTEM);
+    const Status status =
+        kaldbCreateChain(KALDB_OBJECT_ROOT, u"ROOT", sizeof(KALDBRootObject), KALDB_CHAIN_GUID | KALDB_CHAIN_SYSTEM);
     if (failed(status))
         return KAL_TRACE(here, status, u"could not create root chain");
     KAL_TRACE(here, u"successfully created root chain");
