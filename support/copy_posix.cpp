@@ -1,8 +1,9 @@
 // Copying on POSIX: a temporary file beside the destination, filled, synced, and renamed over it.
 #include "posix.h"
 
+#include <charconv>
 #include <cstddef>
-#include <cstdio>
+#include <iterator>
 #include <memory>
 
 #include <fcntl.h>
@@ -59,10 +60,9 @@ std::string temporaryName(const std::string& destination, unsigned attempt)
     std::uint64_t hash = 14695981039346656037u;
     for (std::size_t i = destination.rfind('/') + 1; i < destination.size(); ++i)
         hash = (hash ^ static_cast<unsigned char>(destination[i])) * 1099511628211u;
-    char name[64];
-    std::snprintf(name, sizeof name, "/.kaltmp-%08lx%08lx-%u", static_cast<unsigned long>(hash >> 32),
-                  static_cast<unsigned long>(hash & 0xFFFFFFFFu), attempt);
-    return directoryOf(destination) + name;
+    char digits[16];
+    const auto end = std::to_chars(std::begin(digits), std::end(digits), hash, 16).ptr;
+    return directoryOf(destination) + "/.kaltmp-" + std::string{digits, end} + '-' + std::to_string(attempt);
 }
 
 bool tryLock(const Descriptor& file)
