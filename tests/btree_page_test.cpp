@@ -287,7 +287,7 @@ TEST(BTreePageModel, WalksFollowTheModelWhileItemsComeAndGo)
 TEST(BTreePageWalk, OddMovesAndSwappedPages)
 {
     BTreePage tree{8, 8};
-    tree.insertAll({5, 3, 8});
+    tree.insertAll({5, 8, 9, 3});
     KALBTreePage* reference = tree.page();
     KALEnumerator* made = nullptr;
     ASSERT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_SUCCESS);
@@ -304,7 +304,7 @@ TEST(BTreePageWalk, OddMovesAndSwappedPages)
     EXPECT_EQ(get(3), KALDB_SUCCESS);
     EXPECT_EQ(callbacks.getItem(made, userData, 1, &made, 8), KALDB_FAILURE) << "another position";
 
-    // Pages on which the walk's key, or its current slot 1, would not fit.
+    // Pages on which the walk's key, or its current slot 3, would not fit.
     BTreePage wider{16, 4};
     BTreePage shorter{8, 1};
     for (KALBTreePage* unfit : {wider.page(), shorter.page(), static_cast<KALBTreePage*>(nullptr)}) {
