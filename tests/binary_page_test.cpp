@@ -5,15 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <map>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
 
 using namespace kaldb;
+using namespace std::literals;
 
 /// Evenly spread numbers below a limit, the same in every run.
 class Random {
@@ -46,12 +47,10 @@ KALDBBinaryRecord piece(std::string& data, uint32_t totalSize, uint32_t nextPage
     return {data.data(), totalSize, static_cast<uint32_t>(data.size()), nextPage, nextIndex};
 }
 
-struct Piece {
-    std::string data;
-    uint32_t totalSize;
-};
+/// The pieces by slot. Each says that it goes on at page 5 times its slot, slot 9.
+using Model = std::map<SlotIndex, std::string>;
 
-void expectMatches(BinaryPage& page, const std::map<SlotIndex, Piece>& model, uint32_t slots)
+void expectMatches(BinaryPage& page, const Model& model, uint32_t slots)
 {
     uint32_t count = 0;
     uint32_t full = 7;
@@ -61,14 +60,14 @@ void expectMatches(BinaryPage& page, const std::map<SlotIndex, Piece>& model, ui
     ASSERT_EQ(full, model.size() == slots);
     for (SlotIndex i = 0; i < slots; ++i) {
         const auto found = model.find(i);
-        const Piece expected = found == model.end() ? Piece{"", 0} : found->second;
+        const bool used = found != model.end();
         KALDBBinaryRecord record{};
         ASSERT_EQ(kaldbBinaryPageGetItem(page.page(), i, &record), KALDB_SUCCESS);
-        ASSERT_EQ(BinaryView{page.page()}.slotInUse(i), found != model.end());
-        ASSERT_EQ(std::string(static_cast<char*>(record.data), record.length), expected.data);
-        ASSERT_EQ(record.totalSize, expected.totalSize);
-        ASSERT_EQ(record.nextPage, found == model.end() ? noPage : i * 5u);
-        ASSERT_EQ(record.nextIndex, found == model.end() ? noSlot : 9);
+        ASSERT_EQ(BinaryView{page.page()}.slotInUse(i), used);
+        ASSERT_EQ(std::string(static_cast<char*>(record.data), record.length), used ? found->second : "");
+        ASSERT_EQ(record.totalSize, used ? 1000 + record.length : 0);
+        ASSERT_EQ(record.nextPage, used ? i * 5u : noPage);
+        ASSERT_EQ(record.nextIndex, used ? 9 : noSlot);
     }
 }
 
@@ -78,34 +77,31 @@ TEST(BinaryPageModel, RandomOperations)
         SCOPED_TRACE(slotDataSize);
         Random random{slotDataSize};
         BinaryPage page{slotDataSize, slots};
-        std::map<SlotIndex, Piece> model;
+        Model model;
         for (uint32_t step = 0; step < 1000; ++step) {
             SCOPED_TRACE(step);
             std::string data(random(slotDataSize + 2), static_cast<char>('a' + step % 26));
             const bool tooLong = data.size() > slotDataSize;
-            SlotIndex free = 0;
-            while (model.contains(free))
-                ++free;
-            auto index = static_cast<SlotIndex>(random(slots + 1));
             const unsigned choice = random(3);
-            KALDBBinaryRecord record = piece(data, step, (choice == 0 ? free : index) * 5u, 9);
-            if (choice == 0) {
-                const uint32_t status = kaldbBinaryPageInsertItem(page.page(), &record, &index);
-                ASSERT_EQ(status, tooLong         ? KALDB_BUFFER_TOO_SMALL
-                                  : free == slots ? KALDB_NO_FREE_SLOT
-                                                  : KALDB_SUCCESS);
-                if (status == KALDB_SUCCESS) {
-                    ASSERT_EQ(index, free);
-                    model[index] = {data, step};
-                }
-            } else if (choice == 1 && (index == slots || model.contains(index))) {
-                const uint32_t status = kaldbBinaryPageUpdateItem(page.page(), index, &record);
-                ASSERT_EQ(status, index == slots ? KALDB_NOT_FOUND : tooLong ? KALDB_BUFFER_TOO_SMALL : KALDB_SUCCESS);
-                if (status == KALDB_SUCCESS)
-                    model[index] = {data, step};
-            } else {
+            auto index = static_cast<SlotIndex>(choice == 0 ? 0 : random(slots + 1));
+            while (choice == 0 && model.contains(index))
+                ++index;  // the lowest free slot
+            const SlotIndex slot = index;
+            const uint32_t none = choice == 0 ? KALDB_NO_FREE_SLOT : KALDB_NOT_FOUND;
+            KALDBBinaryRecord record = piece(data, 1000 + static_cast<uint32_t>(data.size()), slot * 5u, 9);
+            if (choice == 2 || (choice == 1 && index < slots && !model.contains(index))) {
                 ASSERT_EQ(kaldbBinaryPageDeleteItem(page.page(), index),
                           model.erase(index) != 0 ? KALDB_SUCCESS : KALDB_NOT_FOUND);
+            } else {
+                const uint32_t status = choice == 0 ? kaldbBinaryPageInsertItem(page.page(), &record, &index)
+                                                    : kaldbBinaryPageUpdateItem(page.page(), index, &record);
+                if (tooLong || slot == slots) {
+                    ASSERT_TRUE((tooLong && status == KALDB_BUFFER_TOO_SMALL) || (slot == slots && status == none));
+                } else {
+                    ASSERT_EQ(status, KALDB_SUCCESS);
+                    ASSERT_EQ(index, slot);
+                    model[slot] = data;
+                }
             }
             ASSERT_NO_FATAL_FAILURE(expectMatches(page, model, slots));
         }
@@ -121,24 +117,20 @@ TEST(BinaryPageFormat, CountsBytesAndRefusals)
     KALDBBinaryRecord record = piece(data, 0x0102, 6, 7);
     SlotIndex index = 9;
     ASSERT_EQ(kaldbBinaryPageInsertItem(page.page(), &record, &index), KALDB_SUCCESS);
-    const std::array<uint8_t, 74> expected{
-        28, 0, 0, 0, 'B', 'P', 'G', 0, 74, 0, 0, 0, 3, 0, 0, 0,  // header length, type,
-                                                                 // size, slot data
-        2, 0, 0, 0, 1, 0, 0, 0, 0xFF, 0xFF, 0xEE, 0xEE,          // slots, count, reserved, unused
-        1, 0, 0, 0, 2, 1, 0, 0, 2, 0, 0, 0, 6, 0, 0, 0, 7, 0, 0xEE,
-        0xEE,                                                                    // slot 0
-        'a', 'b', 0xEE,                                                          //
-        0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,  // slot
-                                                                                 // 1:
-                                                                                 // free
-        0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
-    ASSERT_EQ(page.bytes.size(), expected.size());
-    EXPECT_EQ(std::memcmp(page.bytes.data(), expected.data(), expected.size()), 0);
+    constexpr auto expected =
+        "\x1C\0\0\0BPG\0\x4A\0\0\0\x03\0\0\0\x02\0\0\0"             // header length, type, size, slot data, slots
+        "\x01\0\0\0\xFF\xFF\xEE\xEE"                                // count, reserved, unused
+        "\x01\0\0\0\x02\x01\0\0\x02\0\0\0\x06\0\0\0\x07\0\xEE\xEE"  // slot 0
+        "\x61\x62\xEE"                                              // its data
+        "\0\0\0\0\0\0\0\0\0\0\0\0\xFF\xFF\xFF\xFF\xFF\xFF\xEE\xEE"  // slot 1: free
+        "\xEE\xEE\xEE"sv;
+    const auto bytes = [&] { return std::string_view(reinterpret_cast<char*>(page.bytes.data()), page.bytes.size()); };
+    EXPECT_EQ(bytes(), expected);
     EXPECT_EQ(kaldbBinaryPageFormat(page.page(), 27, 0), KALDB_BUFFER_TOO_SMALL);
     EXPECT_EQ(kaldbBinaryPageFormat(nullptr, 100, 0), KALDB_INVALID_ARGUMENT);
     record.data = nullptr;
     EXPECT_EQ(kaldbBinaryPageUpdateItem(page.page(), 0, &record), KALDB_INVALID_ARGUMENT);
-    EXPECT_EQ(std::memcmp(page.bytes.data(), expected.data(), expected.size()), 0);
+    EXPECT_EQ(bytes(), expected) << "a refused operation changed the page";
 }
 
 TEST(BinaryPageDamage, LyingBytesAreRefused)

@@ -2,34 +2,59 @@
 
 #include "kalbtree/btree_view.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
 #include <random>
+#include <string_view>
 #include <vector>
 
 namespace {
 
 using namespace kaldb;
+using namespace std::literals;
 using Key = std::uint32_t;
 using Bytes = std::vector<std::byte>;
 
-int32_t byKey(const void* probe, const void* stored)
+bool refuseMemory = false;
+bool refuseEnumerators = false;
+KALEnumeratorCallbacks callbacks{};  // of the enumerator made last
+void* userData = nullptr;
+
+}  // namespace
+
+// These two stand before the support library's.
+extern "C" void* kalMemAllocate(uint32_t size, const char*, uint32_t)
 {
-    const auto a = readField<Key>(probe);
-    const auto b = readField<Key>(stored);
-    return a < b ? -1 : a > b ? 1 : 0;
+    return refuseMemory ? nullptr : std::malloc(size);
 }
 
-/// Selects runs of ten keys.
-int32_t byTens(const void* probe, const void* stored)
+extern "C" uint32_t kalEnumeratorCreate(const KALEnumeratorCallbacks* table, void* data, KALEnumerator** enumerator)
 {
-    const Key a = readField<Key>(probe) / 10;
-    const Key b = readField<Key>(stored) / 10;
+    if (refuseEnumerators)
+        return KALDB_TOO_MANY_FILES;
+    callbacks = *table;
+    userData = data;
+    return reinterpret_cast<decltype(&kalEnumeratorCreate)>(dlsym(RTLD_NEXT, "kalEnumeratorCreate"))(table, data,
+                                                                                                     enumerator);
+}
+
+namespace {
+
+/// Keys in units of one, or in runs: what a partial key compares.
+template <Key unit>
+int32_t compareKeys(const void* probe, const void* stored)
+{
+    const Key a = readField<Key>(probe) / unit;
+    const Key b = readField<Key>(stored) / unit;
     return a < b ? -1 : a > b ? 1 : 0;
 }
+constexpr KALBTreeCompare byKey = compareKeys<1>;
+constexpr KALBTreeCompare byTens = compareKeys<10>;
 
 /// Evenly spread numbers below a limit, the same in every run.
 class Random {
@@ -124,54 +149,42 @@ void expectMatches(BTreePage& tree, const Model& model)
     ASSERT_EQ(BTreeView::open(tree.bytes, tree.page()->itemSize, opened), Status::success);
 }
 
-SlotIndex lowestFree(BTreePage& tree)
-{
-    SlotIndex i = 0;
-    while (tree.view().slotInUse(i))
-        ++i;
-    return i;
-}
-
 void insertOne(BTreePage& tree, Model& model, Key key)
 {
     const bool full = model.size() == tree.view().maxCount();
-    const SlotIndex expected = full ? noSlot : lowestFree(tree);
+    SlotIndex lowestFree = 0;
+    while (!full && tree.view().slotInUse(lowestFree))
+        ++lowestFree;
+    const bool fits = !full && !model.contains(key);
     SlotIndex index = 0;
-    const uint32_t status = tree.insert(key, index);
-    if (full || model.contains(key)) {
-        ASSERT_EQ(status, full ? KALDB_FULL : KALDB_ALREADY_EXISTS);
-        ASSERT_EQ(index, noSlot);
-    } else {
-        ASSERT_EQ(status, KALDB_SUCCESS);
-        ASSERT_EQ(index, expected);
+    ASSERT_EQ(tree.insert(key, index), fits ? KALDB_SUCCESS : full ? KALDB_FULL : KALDB_ALREADY_EXISTS);
+    ASSERT_EQ(index, fits ? lowestFree : noSlot);
+    if (fits)
         model[key] = {index, 0};
-    }
 }
 
-void removeOne(BTreePage& tree, Model& model, Key key, bool bySlot)
+void removeOne(BTreePage& tree, Model& model, Key key, bool bySlot = false)
 {
     const auto found = model.find(key);
-    SlotIndex index = 7;
-    if (found == model.end()) {
-        ASSERT_EQ(kalBTreeDeleteItem(tree.page(), tree.item(key).data(), byKey, &index), KALDB_NOT_FOUND);
-        ASSERT_EQ(index, 7);
-        return;
-    }
-    if (bySlot) {
-        ASSERT_EQ(kalBTreeDeleteIndex(tree.page(), found->second.slot, byKey), KALDB_SUCCESS);
-        ASSERT_EQ(kalBTreeDeleteIndex(tree.page(), found->second.slot, byKey), KALDB_NOT_APPLICABLE);
+    const SlotIndex expected = found == model.end() ? 7 : found->second.slot;
+    if (bySlot && found != model.end()) {
+        ASSERT_EQ(kalBTreeDeleteIndex(tree.page(), expected, byKey), KALDB_SUCCESS);
+        ASSERT_EQ(kalBTreeDeleteIndex(tree.page(), expected, byKey), KALDB_NOT_APPLICABLE);
     } else {
-        ASSERT_EQ(kalBTreeDeleteItem(tree.page(), tree.item(key).data(), byKey, &index), KALDB_SUCCESS);
-        ASSERT_EQ(index, found->second.slot);
+        SlotIndex index = 7;
+        ASSERT_EQ(kalBTreeDeleteItem(tree.page(), tree.item(key).data(), byKey, &index),
+                  found == model.end() ? KALDB_NOT_FOUND : KALDB_SUCCESS);
+        ASSERT_EQ(index, expected);
     }
-    model.erase(found);
+    model.erase(key);
 }
 
 void updateOne(BTreePage& tree, Model& model, Key key, uint8_t version)
 {
-    const uint32_t status = kalBTreeUpdateItem(tree.page(), tree.item(key, version).data(), byKey);
-    ASSERT_EQ(status, model.contains(key) ? KALDB_SUCCESS : KALDB_NOT_FOUND);
-    if (status == KALDB_SUCCESS)
+    const bool there = model.contains(key);
+    ASSERT_EQ(kalBTreeUpdateItem(tree.page(), tree.item(key, version).data(), byKey),
+              there ? KALDB_SUCCESS : KALDB_NOT_FOUND);
+    if (there)
         model[key].version = version;
 }
 
@@ -184,17 +197,16 @@ void expectLookups(BTreePage& tree, const Model& model, Key key)
               found == model.end() ? KALDB_NOT_FOUND : KALDB_SUCCESS);
     ASSERT_EQ(item, found == model.end() ? nullptr : tree.view().item(found->second.slot));
 
-    const int32_t side = model.empty()                         ? 0
-                         : key < model.begin()->first          ? -1
-                         : key > std::prev(model.end())->first ? 1
-                                                               : 0;
+    const bool below = !model.empty() && key < model.begin()->first;
+    const bool above = !model.empty() && key > model.rbegin()->first;
+    const int32_t side = above - below;
     int32_t position = 9;
     ASSERT_EQ(kalBTreeCanBeHere(tree.page(), probe.data(), byKey, &position), KALDB_SUCCESS);
     ASSERT_EQ(position, side);
-    const uint32_t status = kalBTreeCompareItem(tree.page(), probe.data(), byKey, &position);
-    ASSERT_EQ(status, model.empty()                       ? KALDB_EMPTY_PAGE
-                      : side == 0 && found == model.end() ? KALDB_NOT_FOUND
-                                                          : KALDB_SUCCESS);
+    const bool between = side == 0 && found == model.end();
+    ASSERT_EQ(kalBTreeCompareItem(tree.page(), probe.data(), byKey, &position), model.empty() ? KALDB_EMPTY_PAGE
+                                                                                : between     ? KALDB_NOT_FOUND
+                                                                                              : KALDB_SUCCESS);
     ASSERT_EQ(position, side);
     SlotIndex smallest = 7;
     ASSERT_EQ(kalBTreeGetSmallest(tree.page(), &item, &smallest), model.empty() ? KALDB_EMPTY_PAGE : KALDB_SUCCESS);
@@ -259,12 +271,14 @@ TEST(BTreePageModel, WalksFollowTheModelWhileItemsComeAndGo)
                 if (const Key key = random(100); random(2) == 0)
                     insertOne(tree, model, key);
                 else if (key != current)
-                    removeOne(tree, model, key, false);
+                    removeOne(tree, model, key);
             const auto next = model.upper_bound(current);
             const bool more = next != model.end() && next->first < end;
             ASSERT_EQ(kalEnumeratorMoveNext(walk.get()), more ? KALDB_SUCCESS : KALDB_END_OF_ENUMERATION);
-            if (!more)
+            if (!more) {
+                EXPECT_EQ(kalEnumeratorGetItem(walk.get(), item.data(), 24), KALDB_SUCCESS) << "off its last item";
                 break;
+            }
             current = next->first;
         }
     }
@@ -273,37 +287,65 @@ TEST(BTreePageModel, WalksFollowTheModelWhileItemsComeAndGo)
 TEST(BTreePageWalk, OddMovesAndSwappedPages)
 {
     BTreePage tree{8, 8};
-    tree.insertAll({5, 3, 8});
-    BTreePage wider{16, 4};
-    wider.insertAll({1});
+    tree.insertAll({5, 8, 9, 3});
     KALBTreePage* reference = tree.page();
     KALEnumerator* made = nullptr;
     ASSERT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_SUCCESS);
     const Enumerator walk{made};
-    std::array<std::byte, 8> item{};
-    const auto get = [&] { return kalEnumeratorGetItem(walk.get(), item.data(), 8); };
-
-    EXPECT_EQ(kalEnumeratorMoveNext(walk.get()), KALDB_SUCCESS);
+    const auto next = [&] { return kalEnumeratorMoveNext(walk.get()); };
+    const auto get = [&](Key expected) {
+        Bytes item(8);
+        const uint32_t status = kalEnumeratorGetItem(walk.get(), item.data(), 8);
+        EXPECT_TRUE(status != KALDB_SUCCESS || readField<Key>(item.data()) == expected);
+        return status;
+    };
+    EXPECT_EQ(next(), KALDB_SUCCESS);
     EXPECT_EQ(kalEnumeratorMoveFirst(walk.get()), KALDB_SUCCESS);
-    EXPECT_EQ(get(), KALDB_SUCCESS);
-    EXPECT_EQ(readField<Key>(item.data()), 3u);
+    EXPECT_EQ(get(3), KALDB_SUCCESS);
+    EXPECT_EQ(callbacks.getItem(made, userData, 1, &made, 8), KALDB_FAILURE) << "another position";
 
-    reference = wider.page();
-    EXPECT_EQ(get(), KALDB_FAILURE);
-    EXPECT_EQ(kalEnumeratorMoveNext(walk.get()), KALDB_FAILURE);
-    reference = nullptr;
-    EXPECT_EQ(get(), KALDB_FAILURE);
-    EXPECT_EQ(kalEnumeratorMoveNext(walk.get()), KALDB_FAILURE);
+    // Pages on which the walk's key, or its current slot 3, would not fit.
+    BTreePage wider{16, 4};
+    BTreePage shorter{8, 1};
+    for (KALBTreePage* unfit : {wider.page(), shorter.page(), static_cast<KALBTreePage*>(nullptr)}) {
+        reference = unfit;
+        EXPECT_EQ(get(3), KALDB_FAILURE);
+        EXPECT_EQ(next(), KALDB_FAILURE);
+    }
     reference = tree.page();
+
+    uint32_t position = 0;
+    const auto move = [&](uint32_t kind) { return callbacks.move(made, userData, kind, &position); };
+    EXPECT_EQ(move(KAL_MOVE_LAST), KALDB_NOT_SUPPORTED);
+    EXPECT_EQ(move(4), KALDB_FAILURE);
+    EXPECT_EQ(move(KAL_MOVE_PREVIOUS), KALDB_SUCCESS);
+    EXPECT_EQ(callbacks.getItem(made, userData, position, &made, 8), KALDB_FAILURE) << "on no item";
+    EXPECT_EQ(move(KAL_MOVE_NEXT), KALDB_END_OF_ENUMERATION);
+    EXPECT_EQ(callbacks.unsupported(made, userData), KALDB_NOT_SUPPORTED);
 
     // The current item goes: its slot leads nowhere.
     SlotIndex index = 0;
+    EXPECT_EQ(kalEnumeratorMoveFirst(walk.get()), KALDB_SUCCESS);
     ASSERT_EQ(kalBTreeDeleteItem(tree.page(), tree.item(3).data(), byKey, &index), KALDB_SUCCESS);
-    EXPECT_EQ(kalEnumeratorMoveNext(walk.get()), KALDB_END_OF_ENUMERATION);
+    EXPECT_EQ(next(), KALDB_END_OF_ENUMERATION);
+}
 
-    BTreePage empty{8, 8};
-    reference = empty.page();
-    EXPECT_EQ(kalBTreeEnumerate(empty.page(), &reference, &made), KALDB_NOT_FOUND);
+TEST(BTreePageWalk, FailedCreationLeavesNothingBehind)
+{
+    BTreePage tree{8, 8};
+    KALBTreePage* reference = tree.page();
+    KALEnumerator* made = nullptr;
+    EXPECT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_NOT_FOUND);
+    tree.insertAll({5});
+    refuseMemory = true;
+    EXPECT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_OUT_OF_MEMORY);
+    refuseMemory = false;
+    refuseEnumerators = true;  // the leak sanitizer looks for the record
+    EXPECT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_TOO_MANY_FILES);
+    refuseEnumerators = false;
+    reference = nullptr;
+    EXPECT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_FAILURE);
+    EXPECT_EQ(made, nullptr);
 }
 
 TEST(BTreePageFormat, CountsAndRefusals)
@@ -324,17 +366,13 @@ TEST(BTreePageFormat, Bytes)
     tree.insertAll({0x20, 0x10, 0x30});
     SlotIndex index = 0;
     ASSERT_EQ(kalBTreeDeleteItem(tree.page(), tree.item(0x20).data(), byKey, &index), KALDB_SUCCESS);
-    const std::array<uint8_t, 68> expected{
-        32,   0,    0,    0,    'B',  'T',  'R', 0,    74,   0, 0, 0,
-        4,    0,    0,    0,  // header length, type, size, item size
-        3,    0,    0,    0,    2,    0,    0,   0,    1,    0, 1, 0,
-        2,    0,    0,    0,                                            // slots, count, root, smallest, largest
-        0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 1,   0xEE,                  // slot 0: free
-        0xFF, 0xFF, 2,    0,    0xFF, 0xFF, 0,   0xEE,                  // slot 1: the root, with the greater slot 2
-        0xFF, 0xFF, 0xFF, 0xFF, 1,    0,    0,   0xEE,                  // slot 2
-        0x20, 0,    0,    0,    0x10, 0,    0,   0,    0x30, 0, 0, 0};  // items, the deleted one's bytes too
-    ASSERT_EQ(tree.bytes.size(), expected.size());
-    EXPECT_EQ(std::memcmp(tree.bytes.data(), expected.data(), expected.size()), 0);
+    constexpr auto expected = " \0\0\0BTR\0\x4A\0\0\0\x04\0\0\0"            // header length, type, size, item size
+                              "\x03\0\0\0\x02\0\0\0\x01\0\x01\0\x02\0\0\0"  // slots, count, root, smallest, largest
+                              "\xFF\xFF\xFF\xFF\xFF\xFF\x01\xEE"            // slot 0: free
+                              "\xFF\xFF\x02\0\xFF\xFF\0\xEE"                // slot 1: the root, with the greater slot 2
+                              "\xFF\xFF\xFF\xFF\x01\0\0\xEE"                // slot 2
+                              "\x20\0\0\0\x10\0\0\0\x30\0\0\0"sv;           // items, the deleted one's bytes too
+    EXPECT_EQ(std::string_view(reinterpret_cast<const char*>(tree.bytes.data()), tree.bytes.size()), expected);
 }
 
 TEST(BTreePageSplit, MovesHalfFromEitherEnd)
@@ -349,10 +387,10 @@ TEST(BTreePageSplit, MovesHalfFromEitherEnd)
             EXPECT_EQ(kalBTreeSplit(source.page(), destination.page(), fromSmallest, byKey), KALDB_SUCCESS);
             EXPECT_EQ(source.page()->count, items - moved);
             ASSERT_EQ(destination.page()->count, moved);
+            std::byte* item = nullptr;
             for (Key key = 0; key < moved; ++key)
-                EXPECT_EQ(kalBTreeDeleteItem(destination.page(), source.item(fromSmallest ? key : 6 - key).data(),
-                                             byKey, &index),
-                          KALDB_SUCCESS);
+                EXPECT_EQ(destination.view().search(source.item(fromSmallest ? key : 6 - key).data(), byKey, item),
+                          Status::success);
         }
     BTreePage full{8, 1};
     full.insertAll({9});
@@ -368,12 +406,10 @@ TEST(BTreePageSplit, ThresholdIsThreeWholeQuarters)
 {
     for (const auto& [items, threshold] : {std::pair{15u, 9u}, {58u, 42u}, {76u, 57u}, {3u, 0u}}) {
         BTreePage tree{4, items};
-        SlotIndex index = 0;
-        uint32_t flag = 7;
-        for (Key key = 0; key < items; ++key) {
+        for (tree.page()->count = 0; tree.page()->count <= items; ++tree.page()->count) {
+            uint32_t flag = 7;
             EXPECT_EQ(kalBTreeShouldSplit(tree.page(), &flag), KALDB_SUCCESS);
-            EXPECT_EQ(flag, key >= threshold);
-            EXPECT_EQ(tree.insert(key, index), KALDB_SUCCESS);
+            EXPECT_EQ(flag, tree.page()->count >= threshold);
         }
     }
 }
@@ -431,17 +467,18 @@ TEST(BTreePageDamage, EveryOperationEnds)
     sound.insertAll({40, 20, 60, 10, 30, 50, 70});
     constexpr std::array<uint16_t, 7> hostile{0, 1, 7, 8, 0x100, 0xFFFE, 0xFFFF};
 
-    const auto damage = [&](BTreePage& tree, std::size_t offset, uint16_t value) {
+    // From the count on, field by field; what lies before it decides the page's size.
+    const auto damage = [&](BTreePage& tree, std::size_t field, uint16_t value) {
+        const std::size_t offset = 20 + field * 2;
         const bool flags = offset >= 32 && offset % 8 == 6;
-        flags ? writeField(tree.bytes.data(), offset, static_cast<uint8_t>(value))
-              : writeField(tree.bytes.data(), offset, value);
+        std::memcpy(tree.bytes.data() + offset, &value, flags ? 1 : 2);
     };
-    constexpr std::size_t firstField = 20;  // the count; what lies before it decides the page's size
-    for (std::size_t offset = firstField; offset < 32 + 8 * 8; offset += 2)
+    constexpr std::size_t fields = 6 + 8 * 4;
+    for (std::size_t field = 0; field < fields; ++field)
         for (const uint16_t value : hostile) {
-            SCOPED_TRACE(testing::Message() << offset << " = " << value);
+            SCOPED_TRACE(testing::Message() << field << " = " << value);
             BTreePage tree = sound;
-            damage(tree, offset, value);
+            damage(tree, field, value);
             ASSERT_NO_FATAL_FAILURE(expectEverythingEnds(tree));
         }
     Random random{5};
@@ -449,9 +486,31 @@ TEST(BTreePageDamage, EveryOperationEnds)
         SCOPED_TRACE(round);
         BTreePage tree = sound;
         for (unsigned faults = 2 + random(6); faults > 0; --faults)
-            damage(tree, firstField + random(38) * 2, static_cast<uint16_t>(random(9)));
+            damage(tree, random(fields), static_cast<uint16_t>(random(9)));
         ASSERT_NO_FATAL_FAILURE(expectEverythingEnds(tree));
     }
+}
+
+TEST(BTreePageDamage, LinksThatDisagreeAreFailures)
+{
+    BTreePage sound{8, 8};
+    sound.insertAll({40, 20, 60});
+    SlotIndex index = 0;
+    BTreePage tree = sound;
+    tree.page()->root = 8;
+    EXPECT_EQ(tree.insert(50, index), KALDB_FAILURE);
+    EXPECT_EQ(kalBTreeUpdateItem(tree.page(), tree.item(40).data(), byKey), KALDB_FAILURE);
+    tree = sound;
+    tree.slot(1).parent = 2;  // 60 does not know 20
+    EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 1, byKey), KALDB_FAILURE);
+    for (const uint32_t count : {0u, 1u}) {
+        tree = sound;
+        tree.page()->count = count;
+        EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 1, byKey), KALDB_FAILURE);
+    }
+    for (SlotIndex i = 0; i < 8; ++i)
+        tree.slot(i).flags = 0;
+    EXPECT_EQ(tree.insert(50, index), KALDB_NO_FREE_SLOT);
 }
 
 TEST(BTreePageDamage, LyingHeadersAreNotOpened)
@@ -475,11 +534,6 @@ TEST(BTreePageDamage, LyingHeadersAreNotOpened)
             EXPECT_EQ(BTreeView::open(sound.bytes, 8, view), opens ? Status::success : Status::failure) << offset;
             writeField(sound.bytes.data(), offset, old);
         }
-    sound.page()->count = 2;
-    for (SlotIndex i = 0; i < 8; ++i)
-        sound.slot(i).flags = 0;
-    SlotIndex index = 0;
-    EXPECT_EQ(sound.insert(1, index), KALDB_NO_FREE_SLOT);
 }
 
 TEST(BTreePageArguments, NullIsRefused)

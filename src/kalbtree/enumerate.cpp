@@ -191,9 +191,11 @@ Status btreeEnumCreate(KALBTreePage** pageRef, SlotIndex start, Selection wanted
                                                  .current = start};
     if (wanted.key != nullptr)
         std::memcpy(walk->key(), wanted.key, itemSize);
-    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, walk, &enumerator)); failed(s))
+    KALEnumerator* made = nullptr;
+    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, walk, &made)); failed(s))
         return KAL_TRACE(here, s, u"could not create enumerator");
     static_cast<void>(memory.release());
+    enumerator = made;
     return Status::success;
 }
 
