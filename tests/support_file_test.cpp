@@ -482,6 +482,43 @@ TEST_F(Files, ACopyIsWholeOrHasNotHappened)
     }
 }
 
+TEST_F(Files, NothingIsRenamedBeforeItIsOnDiskNorReportedBeforeItsNameIs)
+{
+    put("a", "contents");
+    std::string calls;
+    fault = [&](const std::string& call) {
+        if (call == "fsync" || call == "copy_file_range" || call == "rename")
+            calls += call + " ";
+        return 0;
+    };
+    EXPECT_EQ(copy("a", "b"), KAL_SUCCESS);
+    EXPECT_EQ(calls, "fsync copy_file_range copy_file_range fsync rename fsync ");
+    calls.clear();
+    fs::create_directory(directory / "other");
+    EXPECT_EQ(rename("b", "other/b"), KAL_SUCCESS);
+    EXPECT_EQ(calls, "rename fsync fsync ") << "both directories";
+}
+
+TEST_F(Files, TwoProcessesMayCopyToOnePlaceAtOnce)
+{
+    put("a", "contents");
+    int other = -1;
+    fault = [&](const std::string& call) {
+        if (call != "rename" || other != -1)
+            return 0;
+        const pid_t child = fork();
+        if (child == 0) {
+            fault = nullptr;
+            _exit(static_cast<int>(copy("a", "b")));
+        }
+        waitpid(child, &other, 0);
+        return 0;
+    };
+    EXPECT_EQ(copy("a", "b"), KAL_SUCCESS);
+    EXPECT_EQ(other, 0) << "the other one neither failed nor took this one's temporary file away";
+    EXPECT_EQ(names(), (std::set<std::string>{"a", "b"}));
+}
+
 TEST_F(Files, AFailedWaitForTheDiskIsNotRepeated)
 {
     put("a", "x");
