@@ -36,18 +36,23 @@ Status btreeInsertUpdate(BTreeParts page, SlotIndex index, Compare compare)
     SlotIndex current = page.header->root;
     bool wentPrev = false;
     bool wentNext = false;
-    bool greater = false;
+    SlotIndex KALBTreeSlot::*link = nullptr;  // of the parent, that the new slot goes to
     for (std::uint32_t stepsLeft = page.maxCount; page.has(current); --stepsLeft) {
         if (stepsLeft == 0)
             return Status::failure;
         const std::int32_t order = compare(item, page.item(current));
-        if (order == 0)
+        // Branches rather than conditional moves, as in a search.
+        if (order > 0) [[likely]] {
+            link = &KALBTreeSlot::next;
+            wentNext = true;
+        } else if (order < 0) {
+            link = &KALBTreeSlot::prev;
+            wentPrev = true;
+        } else {
             return Status::alreadyExists;
+        }
         parent = current;
-        greater = order > 0;
-        wentNext |= greater;
-        wentPrev |= !greater;
-        current = greater ? page.slots[current].next : page.slots[current].prev;
+        current = page.slots[current].*link;
     }
     if (current != noSlot)
         return Status::failure;
@@ -59,7 +64,7 @@ Status btreeInsertUpdate(BTreeParts page, SlotIndex index, Compare compare)
     KAL_TRACE(here, u"inserted node %u, parent %u", index, parent);
     if (parent != noSlot) {
         KALBTreeSlot& above = page.slots[parent];
-        (greater ? above.next : above.prev) = index;
+        above.*link = index;
         KAL_TRACE(here, u"parent %u, prev %u, next %u", parent, above.prev, above.next);
     }
     ++page.header->count;
