@@ -2,7 +2,6 @@
 #include "posix.h"
 
 #include <cstddef>
-#include <cstdio>
 #include <memory>
 
 #include <fcntl.h>
@@ -59,9 +58,10 @@ std::string temporaryName(const std::string& destination, unsigned attempt)
     std::uint64_t hash = 14695981039346656037u;
     for (std::size_t i = destination.rfind('/') + 1; i < destination.size(); ++i)
         hash = (hash ^ static_cast<unsigned char>(destination[i])) * 1099511628211u;
-    char name[64];
-    std::snprintf(name, sizeof name, "/.kaltmp-%08lx%08lx-%u", static_cast<unsigned long>(hash >> 32),
-                  static_cast<unsigned long>(hash & 0xFFFFFFFFu), attempt);
+    std::string name = "/.kaltmp-";
+    for (unsigned shift = 64; shift != 0; shift -= 4)
+        name += "0123456789abcdef"[hash >> (shift - 4) & 15];
+    name += {'-', static_cast<char>('0' + attempt / 10), static_cast<char>('0' + attempt % 10)};
     return directoryOf(destination) + name;
 }
 

@@ -353,6 +353,10 @@ Status tryLock(NativeFile file)
     return uninterrupted(lock) == 0 ? Status::success : lastError();
 }
 
+void unlock(NativeFile file) { ::flock(static_cast<int>(file), LOCK_UN); }
+
+std::int64_t processNumber() { return ::getpid(); }
+
 void sleepMilliseconds(std::uint32_t milliseconds)
 {
     timespec pause{};

@@ -54,7 +54,11 @@ Status openDirectoryForLock(const std::string& name, NativeFile& directory, Iden
 /// Locks an open file or directory until it is closed or the process ends; `fileInUse` when it has been opened and
 /// locked before, here or in another process.
 Status tryLock(NativeFile file);
+/// Ends the lock, also in children that have inherited the open file.
+void unlock(NativeFile file);
 void sleepMilliseconds(std::uint32_t milliseconds);
+/// Tells a process from its parent.
+std::int64_t processNumber();
 
 // ---- standard error
 

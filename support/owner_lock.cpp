@@ -13,6 +13,7 @@
 #include "live_list.h"
 #include "os.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -25,10 +26,12 @@ namespace os = kallib::os;
 
 namespace {
 
-// An open file, closed with its lock.
+// An open file, and the lock on it, which ends with it. A forked child has the open file too, and with it the lock: so
+// the owner unlocks before it closes, and a child only closes.
 struct LockedFile {
     os::NativeFile native = os::noFile;
     os::Identity identity;
+    std::int64_t owner = os::processNumber();
 
     LockedFile() = default;
     LockedFile(const LockedFile&) = delete;
@@ -38,6 +41,8 @@ struct LockedFile {
     bool held() const { return native != os::noFile; }
     void drop()
     {
+        if (held() && owner == os::processNumber())
+            os::unlock(native);
         if (held())
             static_cast<void>(os::closeFile(std::exchange(native, os::noFile)));
     }
@@ -83,7 +88,8 @@ Status lockDirectory(KALOwnerLock& lock)
         return s;
     // This very thread would have to let go of it.
     const auto isStartingThere = [&](const KALOwnerLock& other) {
-        return other.directory.held() && other.directory.identity == directory.identity;
+        return other.directory.held() && other.directory.owner == directory.owner &&
+               other.directory.identity == directory.identity;
     };
     return locks.any(isStartingThere) ? Status::fileInUse : waitForLock(directory.native);
 }

@@ -156,7 +156,8 @@ KALLIB_API uint32_t kalFileSyncW(const char16_t* path);
 
 /* Makes the caller the one owner of the database at `path`, which need not exist yet. The kernel keeps the lock and
    drops it when the process ends, however it ends. It binds those who ask for it only: others can still open the
-   file. It leaves no file of its own. A child keeps it alive when it was forked after the call and does not exec.
+   file. It leaves no file of its own. A child forked meanwhile keeps it alive until it execs, ends, or the owner
+   releases it; the child cannot release it itself.
 
    The directory stays locked until kalOwnerLockSettle, so that the file can be restored or created in peace: another
    starter waits for that, up to 30 seconds, and then meets the owner. An unsettled lock of this process on the same
@@ -228,8 +229,8 @@ KALLIB_API uint32_t kalEnumeratorFree(KALEnumerator* enumerator);
 KALLIB_API uint32_t kalMultiByteChars(const char* text);
 /* Negative, 0 or positive, by code points. Null sorts before every text. */
 KALLIB_API int32_t kalMultiByteCompare(const char* first, const char* second);
-/* The same with case ignored: by code points after simple case folding, which takes one to one ("ß" is not "ss").
-   Ill-formed bytes sort above all characters. */
+/* The same with case ignored: by code points after simple case folding, which takes one to one (the German sharp s is
+   not "ss"). Ill-formed bytes sort above all characters. */
 KALLIB_API int32_t kalMultiByteICompare(const char* first, const char* second);
 /* Converts `sourceLength` bytes, NULs among them included, or with KAL_NUL_TERMINATED up to and including the
    terminator. Returns the number of units written. A null destination with size 0 asks for that number only; with
@@ -238,7 +239,7 @@ KALLIB_API int32_t kalMultiByteICompare(const char* first, const char* second);
    destination's contents are then undefined, but nothing beyond its size has been written.
 
        char16_t wide[32];
-       if (kalMultiByteToWideChar("Zürich", KAL_NUL_TERMINATED, wide, 32) == KAL_CONVERSION_FAILED) ... */
+       if (kalMultiByteToWideChar("orders", KAL_NUL_TERMINATED, wide, 32) == KAL_CONVERSION_FAILED) ... */
 KALLIB_API uint32_t kalMultiByteToWideChar(const char* source, uint32_t sourceLength, char16_t* destination,
                                            uint32_t destinationChars);
 /* The other way, by the same rules: `sourceLength` counts units, the result and `destinationBytes` bytes. A null
