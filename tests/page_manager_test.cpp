@@ -226,7 +226,7 @@ TEST_P(CacheModel, EveryStepOfALongRandomRunAgrees)
     uint32_t stamp = 0;
     ASSERT_EQ(open((slotCount - 4) * 2048), 0u);
 
-    for (int step = 0; step < 5000; ++step) {
+    for (int step = 0; step < 20000; ++step) {
         SCOPED_TRACE(step);
         const uint32_t number = static_cast<uint32_t>(random() % (model.count + 2));
         const std::size_t any = random() % slotCount;
@@ -301,9 +301,10 @@ TEST_P(CacheModel, EveryStepOfALongRandomRunAgrees)
         ASSERT_EQ(pmAreMemPagesLocked(manager), locked ? 1u : 0u);
     }
     ASSERT_EQ(close(), 0u);
-    EXPECT_TRUE(test::isComplete(file()) && !test::isDirty(file()));
+    const std::string image = file();
+    EXPECT_TRUE(test::isComplete(image) && !test::isDirty(image));
     for (const auto& [number, value] : stamps)
-        ASSERT_EQ(test::u32At(file(), 92 + number * 2048 + 28 + 2016), value) << "page " << number;
+        ASSERT_EQ(test::u32At(image, 92 + number * 2048 + 28 + 2016), value) << "page " << number;
 }
 INSTANTIATE_TEST_SUITE_P(Sizes, CacheModel, testing::Values(4, 5, 16, 70));
 
@@ -339,7 +340,7 @@ TEST(PageIndex, AgreesWithAMap)
         std::map<uint32_t, uint32_t> model;
         std::mt19937 random(slots);
         ASSERT_TRUE(index.allocate(slots, "tests"));
-        for (uint32_t step = 0; step < 50000; ++step) {
+        for (uint32_t step = 0; step < 200000; ++step) {
             const uint32_t number = static_cast<uint32_t>(random() % (slots * 2)) * (step % 2 == 0 ? 1u : 0x01000193u);
             if (model.count(number) > 0) {
                 index.erase(number);
