@@ -20,8 +20,9 @@ TEST(PageManagerFaults, Smoke)
             EXPECT_EQ(kalPageManagerDeinitialize(m), 0u);
             break;
         }
-        if (s == 0)
+        if (s == 0) {
             EXPECT_EQ(kalPageManagerDeinitialize(m), 0u);
+        }
         EXPECT_EQ(faults::openFiles(), 0u);
         EXPECT_EQ(faults::liveBlocks(), 0u);
     }

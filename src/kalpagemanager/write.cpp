@@ -143,7 +143,11 @@ Status KALPageManager::writeComplete()
         return s;
     if (Status s = fillGap(); failed(s))
         return s;
-    return unsynced_ ? sync() : Status::success;
+    if (unsynced_)
+        if (Status s = sync(); failed(s))
+            return s;
+    gapBegin_ = gapEnd_;
+    return Status::success;
 }
 
 // Pages that the header counts and a crash kept from the file: without them its length would never fit its header
@@ -151,27 +155,20 @@ Status KALPageManager::writeComplete()
 // back tells no truth; such a file stays as it is.
 Status KALPageManager::fillGap()
 {
-    constexpr std::uint64_t largestCache = std::uint64_t{1} << 21;
-    std::uint64_t size = 0;
-    if (file_ == nullptr)
-        if (Status s = reopen(); failed(s))
-            return s;
-    if (Status s = asStatus(kalFileGetSize(file_, &size)); failed(s))
-        return s;
-    const std::uint64_t present = size <= fileHeaderLength ? 0 : (size - fileHeaderLength) / pageSize;
-    if (present >= header_.pagesInFile || header_.pagesInFile - present > largestCache)
+    constexpr PageNumber largestCache = PageNumber{1} << 21;
+    if (gapBegin_ >= gapEnd_ || gapEnd_ - gapBegin_ > largestCache)
         return Status::success;
-
     Memory page = allocateMemory(pageSize, sourceFile);
     if (!page)
         return Status::outOfMemory;
     pmFormatPage(page.get());
+
     if (Status s = markDirty(); failed(s))
         return s;
-    if (Status s = seek(pageOffset(static_cast<PageNumber>(present))); failed(s))
+    if (Status s = seek(pageOffset(gapBegin_)); failed(s))
         return s;
-    unsynced_ = true;
-    for (std::uint64_t filled = present; filled < header_.pagesInFile; ++filled) {
+    unsynced_ = true;  // and should the disk fail, the gap is filled again
+    for (PageNumber filled = gapBegin_; filled < gapEnd_; ++filled) {
         std::uint32_t length = pageSize;
         if (Status s = asStatus(kalFileWrite(file_, page.get(), &length)); failed(s))
             return s;

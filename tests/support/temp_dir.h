@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 
@@ -38,9 +37,10 @@ private:
 inline std::string readFile(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
-    if (!file)
+    std::string bytes(static_cast<std::size_t>(std::filesystem::file_size(path)), '\0');
+    if (!file.read(bytes.data(), static_cast<std::streamsize>(bytes.size())))
         throw std::runtime_error("cannot read " + path.string());
-    return {std::istreambuf_iterator<char>(file), {}};
+    return bytes;
 }
 
 inline void writeFile(const std::filesystem::path& path, const std::string& bytes)
