@@ -58,7 +58,7 @@ public:
     Status setStartPage(PageNumber page);
     const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
-    /// Damage was met in this session: its backups are refused from now on, so that the last good one stays.
+    /// Damage was met since the file was opened: backups are refused from now on, so that the last good one stays.
     void noteDamage() { damaged_ = true; }
 
     /// The file at `path`, closed or complete, becomes its backup.
