@@ -85,8 +85,8 @@ bool removeAbandoned(const std::string& path)
     if (failed(openDescriptor(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, file)))
         return false;
     struct stat status {};
-    const bool ours = ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
-    return ours && tryLock(file) && isStill(path, file) && ::unlink(path.c_str()) == 0;
+    const bool regular = ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
+    return regular && tryLock(file) && isStill(path, file) && ::unlink(path.c_str()) == 0;
 }
 
 // A file under a name of its own beside the destination, removed again unless it takes the destination's.

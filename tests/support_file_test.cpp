@@ -173,7 +173,7 @@ TEST_F(Files, DoWhatTheirModelDoesThroughShortAndInterruptedTransfers)
     std::map<std::string, std::string> model;
     const std::string all[] = {"a", "b", "\xC3\xA4\xF0\x9F\x98\x80", std::string(255, 'n')};
 
-    const auto session = [&](const std::string& name) {
+    const auto useFile = [&](const std::string& name) {
         KALFile* file = nullptr;
         const bool known = model.contains(name);
         const uint32_t mode = below(2) == 0 ? KAL_FILE_READ_WRITE : KAL_FILE_CREATE;
@@ -234,7 +234,7 @@ TEST_F(Files, DoWhatTheirModelDoesThroughShortAndInterruptedTransfers)
         if (below(3) == 0)
             change(all[below(4)], all[below(4)]);
         else
-            session(all[below(4)]);
+            useFile(all[below(4)]);
     }
     for (const std::string& name : all)
         EXPECT_EQ(get(name), model.contains(name) ? model[name] : "(missing)");
