@@ -1,10 +1,9 @@
 // Files: the position of each, and the checks before the operating system is asked.
-//
-// Open files form a list, so that a handle that has been closed is refused instead of being followed. A process has
-// one or two files of ours open, so walking the list costs nothing beside a read.
+#include "live_list.h"
 #include "os.h"
 
 #include <memory>
+#include <utility>
 
 using kallib::failed;
 using kallib::guarded;
@@ -19,18 +18,9 @@ struct KALFile {
 
 namespace {
 
-KALFile* openFiles = nullptr;
+kallib::LiveList<KALFile> openFiles;
 
-// The link that leads to an open file; null for anything else.
-KALFile** linkTo(const KALFile* file)
-{
-    for (KALFile** link = &openFiles; *link != nullptr; link = &(*link)->next)
-        if (*link == file)
-            return link;
-    return nullptr;
-}
-
-bool isOpen(const KALFile* file) { return file != nullptr && linkTo(file) != nullptr; }
+bool isOpen(const KALFile* file) { return openFiles.contains(file); }
 
 constexpr bool isMode(uint32_t mode)
 {
@@ -50,8 +40,7 @@ extern "C" uint32_t kalFileOpenW(const char16_t* path, KALFile** file, uint32_t 
         auto opened = std::make_unique<KALFile>();
         if (Status s = os::openFile(path, mode, opened->native); failed(s))
             return s;
-        opened->next = openFiles;
-        openFiles = *file = opened.release();
+        *file = openFiles.add(std::move(opened));
         return Status::success;
     });
 }
@@ -59,13 +48,8 @@ extern "C" uint32_t kalFileOpenW(const char16_t* path, KALFile** file, uint32_t 
 extern "C" uint32_t kalFileClose(KALFile* file)
 {
     return guarded([&] {
-        KALFile** const link = file == nullptr ? nullptr : linkTo(file);
-        if (link == nullptr)
-            return Status::invalidArgument;
-        *link = file->next;
-        const Status status = os::closeFile(file->native);
-        delete file;
-        return status;
+        const auto closed = openFiles.remove(file);
+        return closed == nullptr ? Status::invalidArgument : os::closeFile(closed->native);
     });
 }
 

@@ -1,27 +1,49 @@
-// The operating system's side on POSIX: every system call of the library is in this file.
+// The operating system's side on POSIX. With copying, which has a file of its own, these are all the system calls of
+// the library.
 #include "os.h"
+#include "posix.h"
 #include "utf.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
-#include <string>
-#include <utility>
+#include <ctime>
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-namespace kallib::os {
+namespace kallib::posix {
 namespace {
 
 static_assert(sizeof(off_t) == 8, "files pass 4 GiB");
 
-// ---- errors and interrupted calls
+// 0, 1 and 2 stay free for those who expect the standard streams there.
+Status moveAboveStandardStreams(Descriptor& file)
+{
+    if (file.number() > STDERR_FILENO)
+        return Status::success;
+    const int higher = ::fcntl(file.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (higher < 0)
+        return lastError();
+    file = Descriptor{higher};
+    return Status::success;
+}
+
+Status readLink(const std::string& path, std::string& target)
+{
+    target.resize(256);
+    for (;;) {
+        const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
+        if (length < 0)
+            return lastError();
+        if (length == 0)
+            return Status::fileNotFound;
+        if (static_cast<std::size_t>(length) < target.size()) {
+            target.resize(static_cast<std::size_t>(length));
+            return Status::success;
+        }
+        target.resize(target.size() * 2);
+    }
+}
+
+}  // namespace
 
 Status fromErrno(int error)
 {
@@ -50,57 +72,6 @@ Status fromErrno(int error)
     }
 }
 
-Status lastError() { return fromErrno(errno); }
-
-// Makes a call again while a signal interrupts it.
-template <class Call>
-auto uninterrupted(Call&& call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR)
-        result = call();
-    return result;
-}
-
-// ---- descriptors
-
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
-    Descriptor& operator=(Descriptor&& other) noexcept
-    {
-        std::swap(number_, other.number_);
-        return *this;
-    }
-    ~Descriptor()
-    {
-        if (number_ >= 0)
-            ::close(number_);
-    }
-
-    int number() const { return number_; }
-    int release() { return std::exchange(number_, -1); }
-    // Never repeated: the number may already belong to somebody else.
-    Status close() { return ::close(release()) == 0 ? Status::success : lastError(); }
-
-private:
-    int number_ = -1;
-};
-
-// 0, 1 and 2 stay free for those who expect the standard streams there.
-Status moveAboveStandardStreams(Descriptor& file)
-{
-    if (file.number() > STDERR_FILENO)
-        return Status::success;
-    const int higher = ::fcntl(file.number(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (higher < 0)
-        return lastError();
-    file = Descriptor{higher};
-    return Status::success;
-}
-
 Status openDescriptor(const std::string& path, int flags, mode_t mode, Descriptor& file)
 {
     const int number = uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); });
@@ -110,7 +81,6 @@ Status openDescriptor(const std::string& path, int flags, mode_t mode, Descripto
     return moveAboveStandardStreams(file);
 }
 
-// Does not wait for the other end of a pipe, and does not wake a device: what is there already is looked at first.
 Status openRegular(const std::string& path, int flags, Descriptor& file)
 {
     struct stat status {};
@@ -122,8 +92,6 @@ Status openRegular(const std::string& path, int flags, Descriptor& file)
         return lastError();
     return S_ISREG(status.st_mode) ? Status::success : Status::notAFile;
 }
-
-// ---- paths
 
 Status nativePath(const char16_t* path, std::string& native)
 {
@@ -138,22 +106,6 @@ std::string directoryOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-Status readLink(const std::string& path, std::string& target)
-{
-    target.resize(256);
-    for (;;) {
-        const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());
-        if (length < 0)
-            return lastError();
-        if (static_cast<std::size_t>(length) < target.size()) {
-            target.resize(static_cast<std::size_t>(length));
-            return Status::success;
-        }
-        target.resize(target.size() * 2);
-    }
-}
-
-// Follows symbolic links at the end of a path. What they lead to need not exist.
 Status resolveLinks(std::string& path)
 {
     for (int links = 0; links < 40; ++links) {
@@ -165,17 +117,14 @@ Status resolveLinks(std::string& path)
         std::string target;
         if (Status s = readLink(path, target); failed(s))
             return s;
-        path = target.front() == '/' ? target : directoryOf(path) + '/' + target;
+        path = target.front() == '/' ? target : directoryOf(path).append("/").append(target);
     }
     return fromErrno(ELOOP);
 }
 
-// ---- waiting for the disk
-
-// Not even an interrupted wait is made again: the second could report success for what the first has lost.
-Status syncDescriptor(int number)
+Status syncDescriptor(const Descriptor& file)
 {
-    if (::fsync(number) == 0)
+    if (::fsync(file.number()) == 0)
         return Status::success;
     // There is nothing to wait for on a file system that cannot be written or has no such operation.
     return errno == EINVAL || errno == EROFS ? Status::success : lastError();
@@ -186,10 +135,8 @@ Status syncDirectory(const std::string& directory)
     Descriptor file;
     if (Status s = openDescriptor(directory, O_RDONLY | O_DIRECTORY, 0, file); failed(s))
         return s;
-    return syncDescriptor(file.number());
+    return syncDescriptor(file);
 }
-
-// ---- transfers
 
 Status readAll(int number, std::uint64_t offset, char* buffer, std::size_t wanted, std::size_t& got)
 {
@@ -221,134 +168,47 @@ Status writeAll(int number, std::uint64_t offset, const char* bytes, std::size_t
     return Status::success;
 }
 
-// ---- copying
+}  // namespace kallib::posix
 
-// Whether a refused copy_file_range means "not between these two files" rather than a failure of the copy.
-bool kernelCannotCopy(int error)
+namespace kallib::os {
+
+using namespace posix;
+
+namespace {
+
+Status moveFile(const std::string& from, const std::string& to)
 {
-    return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
-           error == ETXTBSY;
-}
-
-// Copies what the kernel can copy by itself; `done` tells how far it came.
-Status copyInKernel(int from, int to, std::uint64_t& done)
-{
-    constexpr std::size_t atOnce = std::size_t{1} << 30;
-    for (;;) {
-        auto in = static_cast<off_t>(done);
-        auto out = static_cast<off_t>(done);
-        const ssize_t count = uninterrupted([&] { return ::copy_file_range(from, &in, to, &out, atOnce, 0); });
-        if (count < 0)
-            return kernelCannotCopy(errno) ? Status::success : lastError();
-        if (count == 0)
-            return Status::success;
-        done += static_cast<std::uint64_t>(count);
-    }
-}
-
-// Some file systems answer copy_file_range with 0 before the end, so the last word is always a read that finds the end.
-Status copyContents(int from, int to)
-{
-    std::uint64_t done = 0;
-    if (Status s = copyInKernel(from, to, done); failed(s))
-        return s;
-    constexpr std::size_t size = std::size_t{1} << 18;
-    const auto buffer = std::make_unique_for_overwrite<char[]>(size);
-    for (;;) {
-        std::size_t got = 0;
-        if (Status s = readAll(from, done, buffer.get(), size, got); failed(s) || got == 0)
-            return s;
-        if (Status s = writeAll(to, done, buffer.get(), got); failed(s))
-            return s;
-        done += got;
-    }
-}
-
-// A file under a name of its own beside `neighbour`, removed again unless it takes another name.
-class TemporaryFile {
-public:
-    TemporaryFile() = default;
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
-    ~TemporaryFile()
-    {
-        if (!path_.empty())
-            ::unlink(path_.c_str());
-    }
-
-    Status create(const std::string& neighbour)
-    {
-        static std::atomic<unsigned> counter{0};
-        const std::string directory = directoryOf(neighbour);
-        for (;;) {
-            char name[64];
-            std::snprintf(name, sizeof name, "/.kaltmp-%ld-%u", static_cast<long>(::getpid()), ++counter);
-            const std::string path = directory + name;
-            const Status s = openDescriptor(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, 0600, file_);
-            if (s == Status::alreadyExists)
-                continue;
-            if (!failed(s))
-                path_ = path;
-            return s;
-        }
-    }
-
-    int number() const { return file_.number(); }
-
-    // Closes the file and gives it its final name.
-    Status moveTo(const std::string& name)
-    {
-        if (Status s = file_.close(); failed(s))
-            return s;
-        if (::rename(path_.c_str(), name.c_str()) != 0)
-            return lastError();
-        path_.clear();
+    if (::rename(from.c_str(), to.c_str()) == 0)
         return Status::success;
-    }
-
-private:
-    std::string path_;
-    Descriptor file_;
-};
-
-Status refuseUnlessReplaceable(const std::string& destination, const struct stat& source)
-{
-    struct stat status {};
-    if (::lstat(destination.c_str(), &status) != 0)
-        return errno == ENOENT ? Status::success : lastError();
-    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
-        return Status::notAFile;
-    // A file with one name that is reached twice: there would be no second copy afterwards.
-    const bool same = status.st_dev == source.st_dev && status.st_ino == source.st_ino && status.st_nlink == 1;
-    return same ? Status::invalidArgument : Status::success;
+    if (errno != EXDEV)
+        return lastError();
+    if (Status s = replaceByCopy(from, to); failed(s))
+        return s;
+    return ::unlink(from.c_str()) == 0 ? Status::success : lastError();
 }
 
-// Old contents or new ones, both whole, bear the name `destination` at every instant.
-Status replaceByCopy(const std::string& source, const std::string& destination)
+Status syncBoth(const std::string& first, const std::string& second)
 {
-    Descriptor from;
-    if (Status s = openRegular(source, O_RDONLY, from); failed(s))
+    if (Status s = syncDirectory(first); failed(s) || first == second)
         return s;
-    struct stat status {};
-    if (::fstat(from.number(), &status) != 0)
-        return lastError();
-    if (Status s = refuseUnlessReplaceable(destination, status); failed(s))
-        return s;
-    if (Status s = syncDescriptor(from.number()); failed(s))
-        return s;
+    return syncDirectory(second);
+}
 
-    TemporaryFile copy;
-    if (Status s = copy.create(destination); failed(s))
-        return s;
-    if (Status s = copyContents(from.number(), copy.number()); failed(s))
-        return s;
-    if (::fchmod(copy.number(), status.st_mode & 0777) != 0)
+Status identify(const Descriptor& file, Identity& identity)
+{
+    struct stat status {};
+    if (::fstat(file.number(), &status) != 0)
         return lastError();
-    if (Status s = syncDescriptor(copy.number()); failed(s))
+    identity = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino)};
+    return Status::success;
+}
+
+Status handOver(Descriptor& opened, NativeFile& file, Identity& identity)
+{
+    if (Status s = identify(opened, identity); failed(s))
         return s;
-    if (Status s = copy.moveTo(destination); failed(s))
-        return s;
-    return syncDirectory(directoryOf(destination));
+    file = opened.release();
+    return Status::success;
 }
 
 }  // namespace
@@ -438,22 +298,13 @@ Status renameFile(const char16_t* oldPath, const char16_t* newPath)
         return s;
     if (Status s = nativePath(newPath, to); failed(s))
         return s;
-    struct stat status {};
-    if (::lstat(from.c_str(), &status) != 0)
-        return lastError();
-    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
-        return Status::notAFile;
-    if (::rename(from.c_str(), to.c_str()) != 0) {
-        if (errno != EXDEV)
-            return lastError();
-        if (Status s = replaceByCopy(from, to); failed(s))
-            return s;
-        if (::unlink(from.c_str()) != 0)
-            return lastError();
-    }
-    if (Status s = syncDirectory(directoryOf(to)); failed(s))
+    if (Status s = checkReplaceable(from); failed(s))
         return s;
-    return syncDirectory(directoryOf(from));
+    if (Status s = checkReplaceable(to); failed(s))
+        return s;
+    if (Status s = moveFile(from, to); failed(s))
+        return s;
+    return syncBoth(directoryOf(to), directoryOf(from));
 }
 
 Status syncFile(const char16_t* path)
@@ -466,16 +317,65 @@ Status syncFile(const char16_t* path)
     Descriptor file;
     if (Status s = openRegular(native, O_RDONLY, file); failed(s))
         return s;
-    if (Status s = syncDescriptor(file.number()); failed(s))
+    if (Status s = syncDescriptor(file); failed(s))
         return s;
     return syncDirectory(directoryOf(native));
+}
+
+// ---- for the owner lock
+
+Status resolveName(const char16_t* path, std::string& name)
+{
+    if (Status s = nativePath(path, name); failed(s))
+        return s;
+    return resolveLinks(name);
+}
+
+Status openForLock(const std::string& name, NativeFile& file, Identity& identity)
+{
+    Descriptor opened;
+    if (Status s = openRegular(name, O_RDONLY, opened); failed(s))
+        return s;
+    return handOver(opened, file, identity);
+}
+
+Status openDirectoryForLock(const std::string& name, NativeFile& directory, Identity& identity)
+{
+    Descriptor opened;
+    if (Status s = openDescriptor(directoryOf(name), O_RDONLY | O_DIRECTORY, 0, opened); failed(s))
+        return s;
+    return handOver(opened, directory, identity);
+}
+
+Status tryLock(NativeFile file)
+{
+    const auto lock = [&] { return ::flock(static_cast<int>(file), LOCK_EX | LOCK_NB); };
+    return uninterrupted(lock) == 0 ? Status::success : lastError();
+}
+
+void unlock(NativeFile file) { ::flock(static_cast<int>(file), LOCK_UN); }
+
+std::int64_t processNumber() { return ::getpid(); }
+
+void sleepMilliseconds(std::uint32_t milliseconds)
+{
+    timespec pause{};
+    pause.tv_sec = milliseconds / 1000;
+    pause.tv_nsec = static_cast<long>(milliseconds % 1000) * 1'000'000;
+    ::nanosleep(&pause, nullptr);
 }
 
 // ---- standard error
 
 void writeStandardError(const char* bytes, std::size_t length)
 {
-    [[maybe_unused]] const ssize_t written = uninterrupted([&] { return ::write(STDERR_FILENO, bytes, length); });
+    while (length != 0) {
+        const ssize_t written = uninterrupted([&] { return ::write(STDERR_FILENO, bytes, length); });
+        if (written <= 0)
+            return;
+        bytes += written;
+        length -= static_cast<std::size_t>(written);
+    }
 }
 
 }  // namespace kallib::os

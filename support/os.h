@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace kallib::os {
 
@@ -34,6 +35,32 @@ Status fileExists(const char16_t* path, bool& exists);
 Status renameFile(const char16_t* oldPath, const char16_t* newPath);
 /// Waits until the file's contents and its name are on disk.
 Status syncFile(const char16_t* path);
+
+// ---- for the owner lock
+
+/// What tells a file or directory from all others, by whatever name it was reached.
+struct Identity {
+    std::uint64_t device = 0;
+    std::uint64_t file = 0;
+    bool operator==(const Identity&) const = default;
+};
+
+/// The name, as the system spells it, to which the links at the end of a path lead; nothing need be there yet.
+Status resolveName(const char16_t* path, std::string& name);
+/// For locking only. A missing file is `fileNotFound`, anything but a regular one `notAFile`.
+Status openForLock(const std::string& name, NativeFile& file, Identity& identity);
+/// The directory that the name is in.
+Status openDirectoryForLock(const std::string& name, NativeFile& directory, Identity& identity);
+/// Locks an open file or directory until it is closed or the process ends; `fileInUse` when it has been opened and
+/// locked before, here or in another process.
+Status tryLock(NativeFile file);
+/// Ends the lock, also in children that have inherited the open file.
+void unlock(NativeFile file);
+void sleepMilliseconds(std::uint32_t milliseconds);
+/// Tells a process from its parent.
+std::int64_t processNumber();
+
+// ---- standard error
 
 /// Writes the bytes at once; nothing can be done about a failure.
 void writeStandardError(const char* bytes, std::size_t length);

@@ -3,7 +3,8 @@
 //
 // The page is looked up through a reference at every step, so that its owner may unload it and load it again between
 // steps. A walk tells nothing about items that come and go: it goes on from its current slot, and from a slot that was
-// freed meanwhile there is nowhere to go.
+// freed meanwhile there is nowhere to go. On a sound page every step leads to a greater item, so that a walk ends;
+// links that lead round in a damaged page are found out after as many steps as the page has slots.
 
 #include "kalbtree/internal.h"
 
@@ -18,9 +19,10 @@ namespace {
 /// The user data of an enumerator. The key follows it: `itemSize` bytes.
 struct KALBTreeEnum {
     KALBTreePage** pageRef;
-    Compare compare;         // null: the walk is over all items
-    std::uint32_t position;  // the support library's, at the last successful move
-    std::uint32_t itemSize;  // of the page that the walk began on
+    Compare compare;          // null: the walk is over all items
+    std::uint32_t position;   // the support library's, at the last successful move
+    std::uint32_t itemSize;   // of the page that the walk began on
+    std::uint32_t stepsLeft;  // until the next look ahead for a circle
     SlotIndex start;
     SlotIndex current;
 
@@ -72,6 +74,18 @@ Status btreeFindNextItemIndex(BTreeParts page, SlotIndex index, Selection wanted
     return Status::success;
 }
 
+/// Whether a walk from slot `index` comes to an end; `failure` when links lead round.
+Status checkWalkEnds(BTreeParts page, SlotIndex index, Selection wanted)
+{
+    for (std::uint32_t stepsLeft = page.maxCount; index != noSlot; --stepsLeft) {
+        if (stepsLeft == 0)
+            return Status::failure;
+        if (Status s = btreeFindNextItemIndex(page, index, wanted, index); failed(s))
+            return s;
+    }
+    return Status::success;
+}
+
 /// The page that the walk is on now; `failure` when there is none or its items are of another size.
 Status currentPage(const KALBTreeEnum& walk, KALBTreePage*& page)
 {
@@ -85,11 +99,11 @@ Status moveNext(KALBTreeEnum& walk, std::uint32_t& position)
     if (Status s = currentPage(walk, header); failed(s))
         return s;
     const BTreeParts page{header};
+    const Selection wanted{walk.compare == nullptr ? nullptr : walk.key(), walk.compare};
     SlotIndex next = noSlot;
     if (walk.current != noSlot) {
         if (!page.has(walk.current))
             return Status::failure;
-        const Selection wanted{walk.compare == nullptr ? nullptr : walk.key(), walk.compare};
         if (Status s = btreeFindNextItemIndex(page, walk.current, wanted, next); failed(s))
             return s;
     }
@@ -97,6 +111,13 @@ Status moveNext(KALBTreeEnum& walk, std::uint32_t& position)
         position = walk.position;
         return Status::endOfEnumeration;
     }
+    if (walk.stepsLeft == 0) {
+        // Items that come and go make a walk this long too; only an endless one is refused.
+        if (Status s = checkWalkEnds(page, next, wanted); failed(s))
+            return s;
+        walk.stepsLeft = page.maxCount;
+    }
+    --walk.stepsLeft;
     walk.current = next;
     walk.position = position;
     return Status::success;
@@ -165,13 +186,16 @@ Status btreeEnumCreate(KALBTreePage** pageRef, SlotIndex start, Selection wanted
                                                  .compare = wanted.compare,
                                                  .position = 0,
                                                  .itemSize = itemSize,
+                                                 .stepsLeft = (*pageRef)->maxCount,
                                                  .start = start,
                                                  .current = start};
     if (wanted.key != nullptr)
         std::memcpy(walk->key(), wanted.key, itemSize);
-    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, walk, &enumerator)); failed(s))
+    KALEnumerator* made = nullptr;
+    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, walk, &made)); failed(s))
         return KAL_TRACE(here, s, u"could not create enumerator");
     static_cast<void>(memory.release());
+    enumerator = made;
     return Status::success;
 }
 

@@ -1,8 +1,7 @@
-// The links of a chain's page, in the first bytes of its body; the typed page follows them.
+// The bytes of a chain's page and of the catalogue's record.
 //
-//   0            28               44
-//   | common     | KALDBPageLinks | typed page (2004 bytes)
-//   | header     | body
+//   body  0         16
+//         | links   | typed page: B-tree page or binary page (2004 bytes) |
 #pragma once
 
 #include "common/page_number.h"
@@ -14,17 +13,19 @@
 
 namespace kaldb {
 
+/// The first bytes of every page of a chain. A chain of records is a binary search tree of pages: all records below
+/// `prev` sort before this page's, all below `next` after them. A binary chain is a list along `next`.
 struct KALDBPageLinks {
-    PageNumber page;    // the page's own number
-    PageNumber parent;  // noPage in the chain's top page
-    PageNumber prev;    // the child with the records before this page's
-    PageNumber next;    // the child with the records after this page's; in a binary chain the next page of the list
+    PageNumber page;
+    PageNumber parent;
+    PageNumber prev;
+    PageNumber next;
 };
 static_assert(sizeof(KALDBPageLinks) == 16 && offsetof(KALDBPageLinks, parent) == 4 &&
               offsetof(KALDBPageLinks, prev) == 8 && offsetof(KALDBPageLinks, next) == 12);
 static_assert(std::is_trivially_copyable_v<KALDBPageLinks>);
 
-/// Bytes behind the links, where a typed page may lie.
+/// What is really there for the typed page.
 inline constexpr std::uint32_t typedPageSize = usablePageSize - sizeof(KALDBPageLinks);
 
 }  // namespace kaldb

@@ -8,6 +8,8 @@
 #include "common/bytes.h"
 #include "common/page_number.h"
 
+#include <kaldb/types.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -20,6 +22,8 @@ inline constexpr std::uint32_t pageHeaderLength = 28;
 inline constexpr std::uint32_t usablePageSize = pageSize - pageHeaderLength;
 inline constexpr std::uint32_t fileVersion = 1;
 inline constexpr std::uint32_t fileDirty = 0x1;
+inline constexpr std::uint32_t pageDirty = KALPAGEMAN_PAGE_DIRTY;
+inline constexpr std::uint32_t pageUnused = KALPAGEMAN_PAGE_UNUSED;
 
 struct KALPageFileHeader {
     char typeName[4];  // "PMR"

@@ -1,9 +1,18 @@
 // The page manager: one page file and a fixed cache of page slots.
+//
+// What holds at every instant, also through a loss of power: the file is marked dirty, or it is complete.
+//   open            the mark is set and on the disk before the first page is written
+//   while open      pages are written as slots are needed; the header counts a page from its creation on
+//   close, backup   every page written, on the disk; then the clean mark, on the disk; then the copy is made
+//   after a backup  the mark is set again and on the disk before the next page is written
 #pragma once
 
+#include "common/memory.h"
 #include "common/page_number.h"
 #include "common/status.h"
 #include "kalpagemanager/layout.h"
+#include "kalpagemanager/slot_cache.h"
+#include "kalpagetracker/tracker.h"
 
 #include <kaldb/page_manager.h>
 
@@ -18,6 +27,9 @@ public:
 
     /// Opens or creates the file and builds the cache; `created` is written as soon as the file is open.
     static Status open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager, bool& created);
+    static Status open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager,
+                       std::uint32_t& created);
+    ~KALPageManager();
     /// Flushes, closes, backs up and releases this object; on failure of flush or close it stays, and the file dirty.
     Status close();
 
@@ -32,16 +44,73 @@ public:
     /// Releases one lock and nothing else: no reference, no read.
     Status releaseLock(PageNumber page);
 
+    /// Whether that many pages, none of which is held yet, could be held at once: `outOfMemory` when the cache has no
+    /// slots for them, `full` when the tracker has no records.
+    Status canHold(std::uint32_t pages) const;
+
     Status setDirty(std::byte* body);
     Status flushPage(std::byte* body);
     Status flushAll();
     Status backupWhileRunning();
 
-    std::uint32_t pageCount() const;
-    PageNumber startPage() const;
+    std::uint32_t pageCount() const { return header_.pagesInFile; }
+    PageNumber startPage() const { return header_.startPage; }
     Status setStartPage(PageNumber page);
-    const char16_t* location() const;
+    const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
     /// Damage was met in this session: its backups are refused from now on, so that the last good one stays.
-    void noteDamage();
+    void noteDamage() { damaged_ = true; }
+
+    /// The file at `path`, closed or complete, becomes its backup.
+    static Status backup(const char16_t* path);
+    /// The backup becomes the file, which must not be open.
+    static Status restore(const char16_t* path);
+    /// `dirty` is written when the file could be opened and its header is sound.
+    static Status fileIsDirty(const char16_t* path, bool& dirty);
+
+    void tracePageManager() const;
+    void traceFilePages();
+    void traceCachePages() const;
+    bool areMemPagesLocked() const;
+    bool isPageLocked(const std::byte* body) const;
+
+private:
+    Status openFile(std::uint32_t& created);
+    Status buildCache(std::uint32_t cacheBytes);
+    Status adoptFile();
+    void countPagesOfFile(std::uint64_t size);
+
+    Status pmLoadPage(PageNumber page, std::uint32_t& slot);
+    Status readPage(PageNumber page, std::uint32_t slot);
+    Status pmFindFreePage(std::uint32_t& slot);
+    Status pmCreatePage(LockType lock, std::uint32_t& slot);
+
+    Status pmWriteHeader();
+    Status seek(std::uint64_t offset);
+    Status reopen();
+    Status kalPageManagerFlushPage(std::uint32_t slot);
+    Status flushSlots(bool cleanOnesToo);
+    Status sync();
+    void redirtyCache();
+
+    void resetReferences();
+    Status closeFile();
+    Status writeComplete();
+    Status fillGap();
+    Status markClean();
+    Status markDirty();
+    Status backupUnlessDamaged() const;
+
+    KALFile* file_ = nullptr;  // gone when a close failed; the next access opens the file again
+    kaldb::KALPageFileHeader header_{};
+    kaldb::SlotCache cache_;
+    kaldb::Handle<KALPageTracker> tracker_;
+    KALStats* statistics_ = nullptr;
+    kaldb::Memory location_;      // the path as given
+    kaldb::Memory absolutePath_;  // the same, wherever the process goes
+    bool damaged_ = false;
+    bool markOnDisk_ = false;    // the dirty mark: no page may be written without
+    bool unsynced_ = false;      // pages were written since the last wait for the disk
+    bool leftUnsynced_ = false;  // one of them may have left the cache since
+    Status syncFailure_ = Status::success;
 };

@@ -1,0 +1,84 @@
+// From page number to cache slot: open addressing, linear probing, at most half full.
+//
+// Page numbers are dense, so a multiplication spreads them well. Removal shifts the entries behind the gap back, so
+// that no probe ever meets a grave.
+#pragma once
+
+#include "common/memory.h"
+#include "common/page_number.h"
+
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace kaldb {
+
+class PageIndex {
+public:
+    static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
+
+    /// An empty index for at most `slots` pages; false when there is no memory.
+    bool allocate(std::uint32_t slots, const char* file)
+    {
+        const std::uint32_t capacity = std::bit_ceil(2 * slots);
+        const std::uint32_t bytes = capacity * static_cast<std::uint32_t>(sizeof(Entry));
+        memory_ = allocateMemory(bytes, file);
+        if (!memory_)
+            return false;
+        std::memset(memory_.get(), 0xFF, bytes);  // every slot `none`
+        mask_ = capacity - 1;
+        shift_ = 32 - static_cast<std::uint32_t>(std::countr_zero(capacity));
+        return true;
+    }
+
+    std::uint32_t find(PageNumber page) const
+    {
+        for (std::uint32_t at = home(page);; at = (at + 1) & mask_) {
+            const Entry& entry = entries()[at];
+            if (entry.slot == none || entry.page == page)
+                return entry.slot;
+        }
+    }
+
+    /// The page must not be there yet.
+    void insert(PageNumber page, std::uint32_t slot)
+    {
+        std::uint32_t at = home(page);
+        while (entries()[at].slot != none)
+            at = (at + 1) & mask_;
+        entries()[at] = {page, slot};
+    }
+
+    /// The page must be there.
+    void erase(PageNumber page)
+    {
+        std::uint32_t gap = home(page);
+        while (entries()[gap].page != page)
+            gap = (gap + 1) & mask_;
+        for (std::uint32_t at = (gap + 1) & mask_; entries()[at].slot != none; at = (at + 1) & mask_) {
+            // An entry may fill the gap unless its home lies between the gap and itself.
+            const std::uint32_t fromHome = (at - home(entries()[at].page)) & mask_;
+            if (fromHome < ((at - gap) & mask_))
+                continue;
+            entries()[gap] = entries()[at];
+            gap = at;
+        }
+        entries()[gap] = {noPage, none};
+    }
+
+private:
+    struct Entry {
+        PageNumber page;
+        std::uint32_t slot;
+    };
+
+    Entry* entries() const { return reinterpret_cast<Entry*>(memory_.get()); }
+    std::uint32_t home(PageNumber page) const { return page * 2654435769u >> shift_; }
+
+    Memory memory_;
+    std::uint32_t mask_ = 0;
+    std::uint32_t shift_ = 0;
+};
+
+}  // namespace kaldb

@@ -1,0 +1,190 @@
+// Writing: the header, a page, all pages, and waiting for the disk.
+#include "kalpagemanager/internal.h"
+#include "kalpagemanager/page_manager.h"
+
+using namespace kaldb;
+
+// A close that failed took the handle with it; the file is opened again when it is needed.
+Status KALPageManager::seek(std::uint64_t offset)
+{
+    if (file_ == nullptr)
+        if (Status s = reopen(); failed(s))
+            return s;
+    return asStatus(kalFileSeek(file_, offset));
+}
+
+Status KALPageManager::reopen()
+{
+    const Status s = asStatus(kalFileOpenW(asName(absolutePath_), &file_, KAL_FILE_READ_WRITE));
+    if (failed(s))
+        file_ = nullptr;
+    return s;
+}
+
+Status KALPageManager::pmWriteHeader()
+{
+    if (Status s = seek(0); failed(s))
+        return s;
+    std::uint32_t length = sizeof header_;
+    return asStatus(kalFileWrite(file_, &header_, &length));
+}
+
+Status KALPageManager::setStartPage(PageNumber page)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerSetStartPage");
+    header_.startPage = page;
+    if (Status s = pmWriteHeader(); failed(s))
+        return KAL_TRACE(here, s, u"could not write header");
+    return Status::success;
+}
+
+Status KALPageManager::flushPage(std::byte* body)
+{
+    const std::uint32_t slot = cache_.slotOf(body);
+    return slot == SlotCache::none ? Status::invalidArgument : kalPageManagerFlushPage(slot);
+}
+
+// The image in the file has the flag clear; the slot keeps it when the write fails, and is written again later.
+Status KALPageManager::kalPageManagerFlushPage(std::uint32_t slot)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushPage");
+    constexpr TraceSource shortened = pageManagerSource(u"kalPageManagerFlush");
+    const PageNumber page = cache_.pageOf(slot);
+    if (!cache_.isDirty(slot)) {
+        KAL_TRACE(shortened, u"flushing clean page %ld", page);
+        return Status::notApplicable;
+    }
+    if (Status s = markDirty(); failed(s))
+        return KAL_TRACE(here, s, u"could not mark the file dirty before page %ld", page);
+    if (Status s = seek(pageOffset(page)); failed(s))
+        return KAL_TRACE(here, s, u"could move to position for page %ld", page);
+
+    cache_.beginWrite(slot);
+    unsynced_ = true;
+    std::uint32_t length = pageSize;
+    if (Status s = asStatus(kalFileWrite(file_, cache_.page(slot), &length)); failed(s)) {
+        cache_.markDirty(slot);
+        return KAL_TRACE(here, s, u"could not write page %ld", page);
+    }
+    cache_.written(slot);
+    KAL_TRACE(here, u"successfully wrote page %ld (SHOW LOCK & COUNT %lu refs)", page, cache_.header(slot).references);
+    if (Status s = asStatus(kalFileFlush(file_)); failed(s))
+        KAL_TRACE(here, s, u"could not flush file");
+    return Status::success;
+}
+
+Status KALPageManager::flushAll()
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
+    if (Status s = pmWriteHeader(); failed(s))
+        return KAL_TRACE(here, s, u"could not write header");
+    return flushSlots(tracing);
+}
+
+// In index order. Only traces show the slots that need no write, so they are visited for traces only.
+Status KALPageManager::flushSlots(bool cleanOnesToo)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
+    Status kept = Status::success;
+    const auto next = [&](std::uint32_t from) { return cleanOnesToo ? from : cache_.nextDirty(from); };
+    for (std::uint32_t slot = next(0); slot < cache_.size(); slot = next(slot + 1)) {
+        const Status s = kalPageManagerFlushPage(slot);
+        if (ok(s) || s == Status::notApplicable)
+            continue;
+        KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
+        kept = s;
+    }
+    return kept;
+}
+
+// A failed wait is final for what was written before it: the system may have dropped those pages and will not say so
+// again. Pages that are still in the cache are written anew; without one of them the file can never be called complete.
+Status KALPageManager::sync()
+{
+    if (failed(syncFailure_))
+        return syncFailure_;
+    const Status s = asStatus(kalFileSyncW(asName(absolutePath_)));
+    if (ok(s)) {
+        unsynced_ = leftUnsynced_ = false;
+        return s;
+    }
+    if (leftUnsynced_)
+        syncFailure_ = s;
+    else if (unsynced_)
+        redirtyCache();
+    return s;
+}
+
+void KALPageManager::redirtyCache()
+{
+    for (std::uint32_t slot = 0; slot < cache_.touched(); ++slot)
+        if (!cache_.isFree(slot))
+            cache_.markDirty(slot);
+}
+
+// Sets the mark and waits until it is on the disk, unless it is.
+Status KALPageManager::markDirty()
+{
+    if (markOnDisk_)
+        return Status::success;
+    header_.flags |= fileDirty;
+    if (Status s = pmWriteHeader(); failed(s))
+        return s;
+    if (Status s = sync(); failed(s))
+        return s;
+    markOnDisk_ = true;
+    return Status::success;
+}
+
+// Every page that the header counts is in the file and on the disk, while the mark is still dirty.
+Status KALPageManager::writeComplete()
+{
+    if (Status s = flushSlots(false); failed(s))
+        return s;
+    if (Status s = fillGap(); failed(s))
+        return s;
+    return unsynced_ ? sync() : Status::success;
+}
+
+// Pages that the header counts and a crash kept from the file: without them its length would never fit its header
+// again. A load refuses what stands there instead. A header that counts more than the largest cache could have held
+// back tells no truth; such a file stays as it is.
+Status KALPageManager::fillGap()
+{
+    constexpr std::uint64_t largestCache = std::uint64_t{1} << 21;
+    std::uint64_t size = 0;
+    if (file_ == nullptr)
+        if (Status s = reopen(); failed(s))
+            return s;
+    if (Status s = asStatus(kalFileGetSize(file_, &size)); failed(s))
+        return s;
+    const std::uint64_t present = size <= fileHeaderLength ? 0 : (size - fileHeaderLength) / pageSize;
+    if (present >= header_.pagesInFile || header_.pagesInFile - present > largestCache)
+        return Status::success;
+
+    Memory page = allocateMemory(pageSize, sourceFile);
+    if (!page)
+        return Status::outOfMemory;
+    pmFormatPage(page.get());
+    if (Status s = markDirty(); failed(s))
+        return s;
+    if (Status s = seek(pageOffset(static_cast<PageNumber>(present))); failed(s))
+        return s;
+    unsynced_ = true;
+    for (std::uint64_t filled = present; filled < header_.pagesInFile; ++filled) {
+        std::uint32_t length = pageSize;
+        if (Status s = asStatus(kalFileWrite(file_, page.get(), &length)); failed(s))
+            return s;
+    }
+    return Status::success;
+}
+
+// After `writeComplete`: the header says that the file is whole.
+Status KALPageManager::markClean()
+{
+    markOnDisk_ = false;
+    header_.flags &= ~fileDirty;
+    if (Status s = flushAll(); failed(s))
+        return s;
+    return sync();
+}
