@@ -26,8 +26,10 @@
 #include <kaldb/cpp/key.hpp>
 #include <kaldb/cpp/log.hpp>
 #include <kaldb/cpp/raw_table.hpp>
+#include <kaldb/cpp/schema.hpp>
 #include <kaldb/cpp/stored_text.hpp>
 #include <kaldb/cpp/table.hpp>
 #include <kaldb/cpp/text.hpp>
+#include <kaldb/cpp/variant_value.hpp>
 #include <kaldb/cpp/walk.hpp>
 #include <kaldb/kaldb.h>

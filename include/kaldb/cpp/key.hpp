@@ -16,6 +16,27 @@
 
 namespace kaldb {
 
+/// A number kept so that its bytes have its order: what the `kaldb` command expects of numbers in keys.
+class ordered_int64 {
+public:
+    ordered_int64(std::int64_t value = 0) noexcept
+    {
+        const std::uint64_t turned = static_cast<std::uint64_t>(value) ^ std::uint64_t{1} << 63;
+        for (std::size_t i = 0; i < bytes_.size(); ++i)
+            bytes_[i] = static_cast<std::uint8_t>(turned >> (56 - 8 * i));
+    }
+    operator std::int64_t() const noexcept
+    {
+        std::uint64_t turned = 0;
+        for (const std::uint8_t byte : bytes_)
+            turned = turned << 8 | byte;
+        return static_cast<std::int64_t>(turned ^ std::uint64_t{1} << 63);
+    }
+
+private:
+    std::array<std::uint8_t, 8> bytes_;
+};
+
 namespace detail {
 
 template <auto Member>
@@ -83,7 +104,7 @@ std::int32_t compare_fields(const char* probe, const char* stored) noexcept
                 return order_of(first, second);
         }
         return 0;
-    } else if constexpr (is_byte_array<Field>) {
+    } else if constexpr (is_byte_array<Field> || std::same_as<Field, ordered_int64>) {
         return std::memcmp(probe, stored, sizeof(Field));
     } else {
         return order_of(read_at<Field>(probe), read_at<Field>(stored));
@@ -190,6 +211,9 @@ struct key {
             }
         (std::index_sequence_for<Values...>{});
     }
+
+    /// Where the members lie in the record.
+    static std::array<std::size_t, size> offsets() noexcept { return {detail::offset_of<Members>()...}; }
 
 private:
     template <std::size_t I>
