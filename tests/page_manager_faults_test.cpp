@@ -225,6 +225,20 @@ TEST_F(PageManagerFaults, ALossOfPowerFindsTheFileDirtyOrComplete)
     EXPECT_EQ(disk.waits, 6u) << "one to open, three for a backup, two to close";
 }
 
+TEST_F(PageManagerFaults, APageWaitsForTheMarkThatABackupCouldNotBringBack)
+{
+    faults::reset();
+    watchDisk();
+    ASSERT_EQ(open(), 0u);
+    ASSERT_EQ(create("page"), 0u);
+    faults::failAt("kalFileSyncW", 3, injected);  // pages, clean mark, dirty mark
+    EXPECT_EQ(kalPageManagerBackupWhileRunning(manager), injected);
+    EXPECT_TRUE(isComplete(backup()) && !isDirty(backup()));
+    EXPECT_EQ(change(0, "changed"), 0u);
+    EXPECT_EQ(kalPageManagerFlushAllPages(manager), 0u);
+    EXPECT_EQ(disk.unsynced.size(), 1u);
+}
+
 // After a failed close the handle is gone; the manager opens the file again when it needs it.
 TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
 {
