@@ -119,7 +119,7 @@ public:
     const char16_t* text() const { return text_.data(); }
 
 private:
-    std::array<char16_t, 512> text_{};
+    std::array<char16_t, 512> text_;  // ended by `add`
     std::size_t used_ = 0;
 };
 
@@ -128,8 +128,9 @@ private:
 /// A text checked at compile time against the arguments that it is given.
 template <class... Arguments>
 struct TraceText {
+    constexpr TraceText() = default;
     consteval TraceText(const char16_t* checked) : text(checked) { detail::checkText<Arguments...>(checked); }
-    const char16_t* text;
+    const char16_t* text = nullptr;
 };
 
 /// What a trace of a failure yields: the status, to be returned or to be left alone.

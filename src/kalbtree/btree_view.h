@@ -4,6 +4,7 @@
 #include "common/bytes.h"
 #include "common/page_number.h"
 #include "common/status.h"
+#include "kalbtree/layout.h"
 
 #include <kaldb/btree_page.h>
 
@@ -35,8 +36,8 @@ public:
     bool full() const { return page_->count == page_->maxCount; }
     bool shouldSplit() const { return page_->count >= 3 * (page_->maxCount / 4); }
     /// Item place `index`, unaligned; the index is the caller's to check.
-    std::byte* item(SlotIndex index) const;
-    bool slotInUse(SlotIndex index) const;
+    std::byte* item(SlotIndex index) const { return btreeItems(page_) + std::size_t{index} * page_->itemSize; }
+    bool slotInUse(SlotIndex index) const { return btreeSlots(page_)[index].flags == 0; }
 
     Status insert(const void* record, Compare compare, SlotIndex& index) const;
     Status update(const void* record, Compare compare) const;
@@ -57,7 +58,13 @@ public:
     Status searchPartialKey(const void* key, Compare compare, KALBTreePage** pageRef, KALEnumerator*& enumerator) const;
     Status getByEnumerator(KALEnumerator* enumerator, std::byte*& item) const;
 
+    /// Moves half of the items to a page of the same item size, from the smallest or from the largest on. Stops at the
+    /// first failure; what has moved stays moved.
+    Status split(BTreeView destination, bool fromSmallest, Compare compare) const;
+
 private:
+    Status itemAtEnd(SlotIndex slot, std::byte*& item, SlotIndex& index) const;
+
     KALBTreePage* page_ = nullptr;
 };
 

@@ -22,6 +22,13 @@ Status KALPageManager::load(LockType lock, PageNumber page, std::byte*& body)
     return Status::success;
 }
 
+Status KALPageManager::canHold(std::uint32_t pages) const
+{
+    if (!cache_.hasRoomFor(pages))
+        return Status::outOfMemory;
+    return tracker_->freeRecords() < pages ? Status::full : Status::success;
+}
+
 Status KALPageManager::pmLoadPage(PageNumber page, std::uint32_t& slot)
 {
     constexpr TraceSource here = pageManagerSource(u"pmLoadPage");

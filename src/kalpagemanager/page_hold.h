@@ -11,13 +11,35 @@
 
 namespace kaldb {
 
-/// Holds at most one loaded page. A failure to unload it in passing is traced with the text given at birth, which shows
-/// the page number; `release()` unloads it now and yields the status.
+/// What to trace when a page cannot be unloaded; the text may show the page's number.
+struct UnloadText {
+    consteval UnloadText(const char16_t* text)
+    {
+        if (showsNumber(text))
+            numbered = TraceText<PageNumber>(text);
+        else
+            plain = TraceText<>(text);
+    }
+
+    TraceText<PageNumber> numbered;
+    TraceText<> plain;
+
+private:
+    static consteval bool showsNumber(const char16_t* text)
+    {
+        while (*text != u'\0')
+            if (*text++ == u'%')
+                return true;
+        return false;
+    }
+};
+
+/// Holds at most one loaded page. A failure to unload it in passing is traced with the text given at birth; `release()`
+/// unloads it now and yields the status.
 class PageHold {
 public:
-    using Text = TraceText<PageNumber>;
-
-    PageHold(const TraceSource& source, Text unloadFailure) : source_(&source), unloadFailure_(unloadFailure) {}
+    /// `source` must outlive the hold.
+    PageHold(const TraceSource& source, UnloadText unloadFailure) : source_(&source), unloadFailure_(unloadFailure) {}
     PageHold(PageHold&& other) noexcept
         : source_(other.source_), unloadFailure_(other.unloadFailure_),
           manager_(std::exchange(other.manager_, nullptr)), body_(std::exchange(other.body_, nullptr)),
@@ -98,12 +120,16 @@ private:
     }
     void traceUnloadFailure([[maybe_unused]] Status status, [[maybe_unused]] PageNumber page) const
     {
-        if constexpr (tracing)
-            ignore(source_->note(status, unloadFailure_, page));
+        if constexpr (tracing) {
+            if (unloadFailure_.plain.text != nullptr)
+                ignore(source_->note(status, unloadFailure_.plain));
+            else
+                ignore(source_->note(status, unloadFailure_.numbered, page));
+        }
     }
 
     const TraceSource* source_;
-    Text unloadFailure_;
+    UnloadText unloadFailure_;
     KALPageManager* manager_ = nullptr;
     std::byte* body_ = nullptr;
     PageNumber page_ = noPage;

@@ -44,6 +44,10 @@ public:
     /// Releases one lock and nothing else: no reference, no read.
     Status releaseLock(PageNumber page);
 
+    /// Whether that many pages, none of which is held yet, could be held at once: `outOfMemory` when the cache has no
+    /// slots for them, `full` when the tracker has no records.
+    Status canHold(std::uint32_t pages) const;
+
     Status setDirty(std::byte* body);
     Status flushPage(std::byte* body);
     Status flushAll();
@@ -54,7 +58,7 @@ public:
     Status setStartPage(PageNumber page);
     const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
-    /// Damage was met in this session: its backups are refused from now on, so that the last good one stays.
+    /// Damage was met since the file was opened: backups are refused from now on, so that the last good one stays.
     void noteDamage() { damaged_ = true; }
 
     /// The file at `path`, closed or complete, becomes its backup.

@@ -42,6 +42,17 @@ std::uint32_t SlotCache::choose()
     return touched_++;
 }
 
+bool SlotCache::hasRoomFor(std::uint32_t pages) const
+{
+    if (size_ == 0)
+        return false;
+    std::uint32_t room = size_ - touched_;
+    for (const SlotSet* slots : {&free_, &unreferenced_})
+        for (std::uint32_t slot = slots->first(); slot != none && room < pages; slot = slots->next(slot + 1))
+            ++room;
+    return room >= pages;
+}
+
 std::uint32_t SlotCache::slotOf(const std::byte* body) const
 {
     const std::uintptr_t offset =

@@ -36,6 +36,9 @@ public:
     /// The lowest free slot, else the lowest without references, or none.
     std::uint32_t choose();
 
+    /// Whether that many pages could be brought in at once.
+    bool hasRoomFor(std::uint32_t pages) const;
+
     const KALPageHeader& header(std::uint32_t slot) const { return *reinterpret_cast<const KALPageHeader*>(at(slot)); }
     PageNumber pageOf(std::uint32_t slot) const { return slot < touched_ ? header(slot).page : noPage; }
     std::byte* page(std::uint32_t slot) { return at(slot); }

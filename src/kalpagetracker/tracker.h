@@ -46,6 +46,8 @@ public:
     /// The next two fail and leave the result alone for a page without a record.
     Status lockType(PageNumber page, LockType& type) const;
     Status lockCount(PageNumber page, std::uint32_t& count) const;
+    /// How many further pages can be held.
+    std::uint32_t freeRecords() const;
     bool isLocked(PageNumber page) const { return pagetrackerFindPage(page) != nullptr; }
 
 private:

@@ -1,77 +1,147 @@
-// Page files built and read byte by byte, independent of the library's structures.
+// Database files built byte by byte, for the tests that need one that the library would not write.
 #pragma once
 
-#include <gtest/gtest.h>
+#include "kalbtree/layout.h"
+#include "kaldbbinarypage/layout.h"
+#include "kaldbchain/layout.h"
+#include "kalpagemanager/layout.h"
 
-#include <algorithm>
-#include <cstdint>
+#include <array>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <vector>
 
-namespace test {
+namespace kaldb::test {
 
-inline std::string u32(uint32_t value)
-{
-    std::string bytes(4, '\0');
-    for (unsigned i = 0; i < 4; ++i)
-        bytes[i] = static_cast<char>(value >> (8 * i));
-    return bytes;
-}
+/// The bytes of one page, with its fields by the offset of the structure that they belong to.
+struct PageImage {
+    static constexpr std::size_t links = pageHeaderLength;
+    static constexpr std::size_t typed = links + sizeof(KALDBPageLinks);
+    static constexpr std::size_t slot(std::size_t index)
+    {
+        return typed + sizeof(KALBTreePage) + index * sizeof(KALBTreeSlot);
+    }
 
-inline uint32_t u32At(const std::string& bytes, std::size_t offset)
-{
-    uint32_t value = 0;
-    for (unsigned i = 4; i-- > 0;)
-        value = value << 8 | static_cast<uint8_t>(bytes.at(offset + i));
-    return value;
-}
+    std::array<std::byte, pageSize> bytes{};
 
-/// The 92 bytes at the head of a page file.
-inline std::string fileHeader(uint32_t pages, uint32_t startPage = 0xFFFFFFFF, uint32_t flags = 0)
-{
-    return std::string("PMR\0", 4) + std::string(64, '\0') + u32(92) + u32(2048) + u32(pages) + u32(startPage) +
-           u32(1) + u32(flags);
-}
+    template <class Field>
+    Field get(std::size_t offset) const
+    {
+        return readField<Field>(bytes.data(), offset);
+    }
+    template <class Field>
+    void put(std::size_t offset, const Field& field)
+    {
+        writeField(bytes.data(), offset, field);
+    }
+    /// Changes a structure in place: `page.edit<KALBTreePage>(PageImage::typed, [](auto& h) { h.count = 9; })`.
+    template <class Structure, class Change>
+    void edit(std::size_t offset, Change&& change)
+    {
+        auto structure = get<Structure>(offset);
+        change(structure);
+        put(offset, structure);
+    }
+};
 
-/// A page of 2048 bytes; the body is filled up with zeros.
-inline std::string page(uint32_t number, uint32_t references, uint32_t flags, uint32_t lastUsed, std::string body)
-{
-    body.resize(2020);
-    return u32(28) + std::string("PGE\0", 4) + u32(number) + u32(references) + u32(flags) + u32(lastUsed) + u32(0) +
-           body;
-}
+/// A file: header and pages. A new one is sound, clean and empty.
+class FileImage {
+public:
+    FileImage()
+    {
+        std::memcpy(header.typeName, "PMR", 4);
+        header.headerLength = fileHeaderLength;
+        header.pageSize = pageSize;
+        header.startPage = noPage;
+        header.version = fileVersion;
+    }
 
-/// A page as formatting leaves it.
-inline std::string formattedPage() { return page(0xFFFFFFFF, 0, 4, 0, ""); }
+    KALPageFileHeader header{};
+    std::vector<PageImage> pages;
 
-/// The image with every page's time of creation set to 0.
-inline std::string withoutTimes(std::string file)
-{
-    for (std::size_t at = 92; at + 28 <= file.size(); at += 2048)
-        file.replace(at + 20, 4, 4, '\0');
-    return file;
-}
+    PageImage& operator[](PageNumber page) { return pages[page]; }
 
-/// Where two images differ, instead of all their bytes.
-inline testing::AssertionResult same(const std::string& found, const std::string& expected)
-{
-    if (found == expected)
-        return testing::AssertionSuccess();
-    const auto differ = std::mismatch(found.begin(), found.end(), expected.begin(), expected.end());
-    return testing::AssertionFailure() << found.size() << " bytes found, " << expected.size()
-                                       << " expected; the first difference is at offset "
-                                       << differ.first - found.begin();
-}
+    /// A page with its common header and links, and nothing behind them. Counted in the header.
+    PageNumber addPage(PageNumber parent = noPage, PageNumber prev = noPage, PageNumber next = noPage)
+    {
+        const PageNumber number = header.pagesInFile++;
+        PageImage& page = pages.emplace_back();
+        page.put(0, KALPageHeader{pageHeaderLength, {'P', 'G', 'E'}, number, 0, 0, 1'000'000'000, 0});
+        page.put(PageImage::links, KALDBPageLinks{number, parent, prev, next});
+        return number;
+    }
 
-inline bool isDirty(const std::string& file) { return file.size() < 92 || (u32At(file, 88) & 1) != 0; }
-/// As long as its header says, and every page in its place.
-inline bool isComplete(const std::string& file)
-{
-    if (file.size() < 92 || file.size() != 92 + std::size_t{u32At(file, 76)} * 2048)
-        return false;
-    for (uint32_t n = 0; n < u32At(file, 76); ++n)
-        if (u32At(file, 92 + std::size_t{n} * 2048 + 8) != n)
-            return false;
-    return true;
-}
+    /// Makes the page a B-tree page whose slots 0, 1, 2 ... hold `items` in key order: each is the next child of the
+    /// one before it. Items shorter than `itemSize` end in zeros.
+    void formatTree(PageNumber number, std::uint32_t itemSize, const std::vector<std::string>& items)
+    {
+        PageImage& page = pages[number];
+        KALBTreePage tree{
+            sizeof(KALBTreePage), {'B', 'T', 'R'}, usablePageSize, itemSize, 0, 0, noSlot, noSlot, noSlot, 0};
+        tree.maxCount = (usablePageSize - tree.headerLength) / (itemSize + 10);
+        tree.count = static_cast<std::uint32_t>(items.size());
+        if (!items.empty()) {
+            tree.root = tree.smallest = 0;
+            tree.largest = static_cast<SlotIndex>(items.size() - 1);
+        }
+        page.put(PageImage::typed, tree);
+        for (std::size_t i = 0; i < tree.maxCount; ++i)
+            page.put(PageImage::slot(i), slotOfList(i, items.size()));
+        for (std::size_t i = 0; i < items.size(); ++i)
+            std::memcpy(&page.bytes[PageImage::slot(tree.maxCount) + i * itemSize], items[i].data(), items[i].size());
+    }
 
-}  // namespace test
+    /// Makes the page a binary page whose first slots hold `pieces`, each a value of its own.
+    void formatBinary(PageNumber number, std::uint32_t slotDataSize, const std::vector<std::string>& pieces)
+    {
+        PageImage& page = pages[number];
+        const std::size_t stride = sizeof(KALDBBinarySlot) + slotDataSize;
+        const auto maxCount = static_cast<std::uint32_t>((usablePageSize - sizeof(KALDBBinaryPage)) / stride);
+        page.put(PageImage::typed, KALDBBinaryPage{sizeof(KALDBBinaryPage),
+                                                   {'B', 'P', 'G'},
+                                                   usablePageSize,
+                                                   slotDataSize,
+                                                   maxCount,
+                                                   static_cast<std::uint32_t>(pieces.size()),
+                                                   0xFFFF,
+                                                   0});
+        for (std::size_t i = 0; i < maxCount; ++i) {
+            const auto length = static_cast<std::uint32_t>(i < pieces.size() ? pieces[i].size() : 0);
+            const std::size_t at = binarySlot(number, i);
+            page.put(at, KALDBBinarySlot{i < pieces.size() ? 1U : 0U, length, length, noPage, noSlot, 0});
+            if (length > 0)
+                std::memcpy(&page.bytes[at + sizeof(KALDBBinarySlot)], pieces[i].data(), length);
+        }
+    }
+    std::size_t binarySlot(PageNumber number, std::size_t index) const
+    {
+        const auto binary = pages[number].get<KALDBBinaryPage>(PageImage::typed);
+        return PageImage::typed + sizeof binary + index * (sizeof(KALDBBinarySlot) + binary.slotDataSize);
+    }
+
+    std::string bytes() const
+    {
+        std::string all{reinterpret_cast<const char*>(&header), sizeof header};
+        for (const PageImage& page : pages)
+            all.append(reinterpret_cast<const char*>(page.bytes.data()), page.bytes.size());
+        return all;
+    }
+    void write(const std::filesystem::path& path) const { writeBytes(path, bytes()); }
+    static void writeBytes(const std::filesystem::path& path, const std::string& bytes)
+    {
+        std::ofstream{path, std::ios::binary} << bytes;
+    }
+
+private:
+    static KALBTreeSlot slotOfList(std::size_t index, std::size_t count)
+    {
+        if (index >= count)
+            return {noSlot, noSlot, noSlot, 1, 0};
+        return {noSlot, index + 1 < count ? static_cast<SlotIndex>(index + 1) : noSlot,
+                index > 0 ? static_cast<SlotIndex>(index - 1) : noSlot, 0, 0};
+    }
+};
+
+}  // namespace kaldb::test

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "kalpagemanager/page_manager.h"
-#include "support/file_image.h"
+#include "support/page_file_image.h"
 #include "support/log_lines.h"
 #include "support/temp_dir.h"
 

@@ -1,0 +1,300 @@
+// Chain enumerators: the records that a partial compare function finds equal to a key, across pages, in key order.
+//
+// Between calls an enumerator holds one lock on its page and no reference, so that any number of them pins no cache
+// slot. Letting go releases that lock and nothing else: another holder's reference on the page stays its own.
+
+#include "common/guard.h"
+#include "common/memory.h"
+#include "kaldbchain/enumerator.h"
+#include "kaldbchain/internal.h"
+
+#include <cstring>
+
+namespace kaldb {
+
+namespace {
+
+KALDBChainEnum* openEnumerators = nullptr;
+
+void enlist(KALDBChainEnum& walk)
+{
+    walk.nextOpen = openEnumerators;
+    if (openEnumerators != nullptr)
+        openEnumerators->previousOpen = &walk;
+    openEnumerators = &walk;
+    ++walk.chain->enumerators;
+}
+
+void delist(KALDBChainEnum& walk)
+{
+    if (walk.previousOpen != nullptr)
+        walk.previousOpen->nextOpen = walk.nextOpen;
+    else
+        openEnumerators = walk.nextOpen;
+    if (walk.nextOpen != nullptr)
+        walk.nextOpen->previousOpen = walk.previousOpen;
+    // A chain closed under its enumerators goes with the last of them.
+    if (--walk.chain->enumerators == 0 && walk.chain->closed)
+        Handle<KALDBChain>{walk.chain}.reset();
+}
+
+bool pagesStillThere(const KALDBChainEnum& walk)
+{
+    return chainStorage().up() && walk.chain->session == chainStorage().session;
+}
+
+void destroy(KALDBChainEnum* walk)
+{
+    constexpr TraceSource here = chainSource(u"dbchainEnumFree");
+    if (Status s = asStatus(kalEnumeratorFree(walk->btreeEnum)); failed(s))
+        KAL_TRACE(here, s, u"could not free btree enumerator");
+    if (pagesStillThere(*walk)) {
+        if (Status s = chainStorage().pageManager->releaseLock(walk->page); failed(s))
+            KAL_TRACE(here, s, u"enumerator 0x%08X could not unlock page %ld", traceAddress(walk), walk->page);
+        else
+            KAL_TRACE(here, u"unlocked page %ld", walk->page);
+    }
+    delist(*walk);
+    KAL_TRACE(here, u"freed enumerator 0x%08X", traceAddress(walk));
+    kalMemFree(walk);
+}
+
+/// A call on an enumerator: a callback that frees it meanwhile has to wait for the call's end.
+class EnumeratorCall {
+public:
+    explicit EnumeratorCall(KALDBChainEnum& walk) : walk_(walk), operation_(*walk.chain, ChainOperation::Purpose::read)
+    {
+        ++walk_.running;
+    }
+    ~EnumeratorCall() { --walk_.running; }
+    EnumeratorCall(const EnumeratorCall&) = delete;
+    EnumeratorCall& operator=(const EnumeratorCall&) = delete;
+
+    Status status() const { return operation_.status(); }
+
+private:
+    KALDBChainEnum& walk_;
+    ChainOperation operation_;
+};
+
+void destroyIfFreedMeanwhile(KALDBChainEnum* walk)
+{
+    if (walk->freed && walk->running == 0)
+        destroy(walk);
+}
+
+constexpr TraceSource moveNext = chainSource(u"dbchainEnumMoveNext");
+
+/// Goes over to a page whose matches `matches` enumerates: the lock follows, the old page's standing lock goes.
+void enterPage(KALDBChainEnum& walk, ChainPage& next, KALEnumerator* matches)
+{
+    KAL_TRACE(moveNext, u"enumerator 0x%08X new page %ld has matches", traceAddress(&walk), next.number());
+    if (Status s = asStatus(kalEnumeratorFree(walk.btreeEnum)); failed(s))
+        KAL_TRACE(moveNext, s, u"could not free enumerator");
+    const PageNumber old = walk.page;
+    walk.page = next.number();
+    walk.btreeEnum = matches;
+    walk.movesInPage = 0;
+    if (Status s = chainStorage().pageManager->releaseLock(old); failed(s))
+        KAL_TRACE(moveNext, s, u"could not unload old page %ld", old);
+    if (Status s = next.leaveLock(); failed(s))
+        KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not unreference new page %ld", traceAddress(&walk), walk.page);
+}
+
+/// The current page has no further match: the next page in key order may have.
+Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
+{
+    KAL_TRACE(moveNext, u"enumerator 0x%08X attempting move to next page", traceAddress(&walk));
+    ChainPage next{moveNext, u"could not unlock new page %ld"};
+    if (Status s = dbchainEnumFindNextPage(*walk.chain, walk.lockType, current, next, &walk); failed(s))
+        return s;
+    KAL_TRACE(moveNext, u"enumerator 0x%08X found next page %ld", traceAddress(&walk), next.number());
+    if (++walk.pagesEntered > chainStorage().pageManager->pageCount())
+        return damagedChain(moveNext, next.number());
+
+    KALBTreePage* const currentTree = walk.btreePage;
+    walk.btreePage = next.tree().page();
+    KALEnumerator* matches = nullptr;
+    const Status status = next.tree().searchPartialKey(walk.key(), walk.compare, &walk.btreePage, matches);
+    if (ok(status)) {
+        enterPage(walk, next, matches);
+        return Status::success;
+    }
+    walk.btreePage = currentTree;
+    if (status != Status::notFound)
+        return KAL_TRACE(moveNext, status, u"could not create enumerator");
+    // Its records all sort after the matches, so no later page can hold one.
+    KAL_TRACE(moveNext, u"enumerator 0x%08X new page %ld has no matches", traceAddress(&walk), next.number());
+    return Status::endOfEnumeration;
+}
+
+/// A read-only walk keeps its page from changing, so more moves than items come from links that run in a circle.
+bool movesInACircle(KALDBChainEnum& walk, const ChainPage& page)
+{
+    return walk.lockType == LockType::read && ++walk.movesInPage > page.tree().maxCount();
+}
+
+Status dbchainEnumMoveNext(KALDBChainEnum& walk)
+{
+    [[maybe_unused]] const PageNumber old = walk.page;
+    KAL_TRACE(moveNext, u"enumerator 0x%08X looking at page %ld", traceAddress(&walk), walk.page);
+    ChainPage page{moveNext, u"could not unload page %ld"};
+    if (Status s = page.load(*walk.chain, walk.lockType, walk.page); failed(s))
+        return KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not load page %ld", traceAddress(&walk), walk.page);
+    walk.btreePage = page.tree().page();
+    Status status = asStatus(kalEnumeratorMoveNext(walk.btreeEnum));
+    if (ok(status) && movesInACircle(walk, page))
+        return damagedChain(moveNext, walk.page);
+    if (ok(status))
+        KAL_TRACE(moveNext, u"enumerator 0x%08X successfully moved next", traceAddress(&walk));
+    else if (status == Status::endOfEnumeration)
+        status = moveToNextPage(walk, page);
+    else
+        KAL_TRACE(moveNext, status, u"enumerator 0x%08X could not enumerate btree", traceAddress(&walk));
+    if (walk.page != old)
+        KAL_TRACE(moveNext, u"enumerator 0x%08X has new page %d", traceAddress(&walk), walk.page);
+    return status;
+}
+
+Status dbchainEnumMove(KALDBChainEnum& walk, std::uint32_t kind, std::uint32_t& position)
+{
+    if (kind > KAL_MOVE_PREVIOUS)
+        return Status::failure;
+    if (kind != KAL_MOVE_NEXT)
+        return Status::notSupported;
+    const EnumeratorCall call{walk};
+    if (failed(call.status()))
+        return call.status();
+    const Status status = dbchainEnumMoveNext(walk);
+    if (ok(status))
+        ++walk.moves;
+    else if (status == Status::endOfEnumeration)
+        --position;  // the support library has advanced it already
+    return status;
+}
+
+Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer, std::uint32_t size)
+{
+    constexpr static TraceSource here = chainSource(u"dbchainEnumGetItem");
+    const EnumeratorCall call{walk};
+    if (failed(call.status()))
+        return call.status();
+    KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
+    ChainPage page{here, u"could not unload page %ld"};
+    if (Status s = page.load(*walk.chain, walk.lockType, walk.page); failed(s))
+        return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
+    walk.btreePage = page.tree().page();
+    const Status status = asStatus(kalEnumeratorGetItem(walk.btreeEnum, buffer, size));
+    if (ok(status))
+        KAL_TRACE(here, u"retrieved item");
+    else
+        KAL_TRACE(here, status, u"could not retrieve btree item");
+    ignore(recordEvent(*walk.chain, KALDB_EVENT_READ, status, buffer));
+    return status;
+}
+
+// The callbacks of the support library's enumerator.
+
+std::uint32_t onMove(KALEnumerator*, void* data, std::uint32_t kind, std::uint32_t* position)
+{
+    auto* walk = static_cast<KALDBChainEnum*>(data);
+    const std::uint32_t status = guarded([&] { return dbchainEnumMove(*walk, kind, *position); });
+    destroyIfFreedMeanwhile(walk);
+    return status;
+}
+
+std::uint32_t onUnsupported(KALEnumerator*, void*) { return code(Status::notSupported); }
+
+std::uint32_t onGetItem(KALEnumerator*, void* data, std::uint32_t, void* buffer, std::uint32_t size)
+{
+    auto* walk = static_cast<KALDBChainEnum*>(data);
+    const std::uint32_t status = guarded([&] { return dbchainEnumGetItem(*walk, buffer, size); });
+    destroyIfFreedMeanwhile(walk);
+    return status;
+}
+
+std::uint32_t dbchainEnumFree(KALEnumerator*, void* data)
+{
+    auto* walk = static_cast<KALDBChainEnum*>(data);
+    walk->freed = true;
+    destroyIfFreedMeanwhile(walk);
+    return code(Status::success);
+}
+
+constexpr KALEnumeratorCallbacks enumeratorCallbacks = {onMove, onUnsupported, onGetItem, dbchainEnumFree};
+
+constexpr TraceSource query = chainSource(u"kaldbQueryChainPartialKey");
+
+/// Builds the enumerator on a page that holds a match. What was made is freed again on failure.
+Status createEnumerator(KALDBChain& chain, LockType lock, const void* key, Compare compare, const ChainPage& page,
+                        KALEnumerator*& enumerator)
+{
+    Memory memory = allocateMemory(static_cast<std::uint32_t>(sizeof(KALDBChainEnum)) + chain.recordSize, chainModule);
+    if (!memory)
+        return Status::outOfMemory;
+    auto* walk = new (memory.get()) KALDBChainEnum{};
+    walk->chain = &chain;
+    walk->compare = compare;
+    walk->page = page.number();
+    walk->lockType = lock;
+    walk->btreePage = page.tree().page();
+    walk->pagesEntered = 1;
+    std::memcpy(walk->key(), key, chain.recordSize);
+
+    if (Status s = page.tree().searchPartialKey(key, compare, &walk->btreePage, walk->btreeEnum); failed(s))
+        return KAL_TRACE(query, s, u"could not retrieve btree enumerator");
+    if (Status s = asStatus(kalEnumeratorCreate(&enumeratorCallbacks, walk, &enumerator)); failed(s)) {
+        KAL_TRACE(query, s, u"could not create enumerator");
+        ignore(asStatus(kalEnumeratorFree(walk->btreeEnum)));
+        return s;
+    }
+    KAL_TRACE(query, u"enumerator 0x%08X on page %ld", traceAddress(walk), walk->page);
+    enlist(*walk);
+    (void)memory.release();  // the enumerator owns it from now on
+    return Status::success;
+}
+
+}  // namespace
+
+Status chainEnumeratorOf(const KALDBChain& chain, KALEnumerator* enumerator, KALDBChainEnum*& walk)
+{
+    void* data = nullptr;
+    if (Status s = asStatus(kalEnumeratorGetUserData(enumerator, &data)); failed(s))
+        return s;
+    for (KALDBChainEnum* open = openEnumerators; open != nullptr; open = open->nextOpen) {
+        if (open != data)
+            continue;
+        walk = open;
+        return sameChain(*open->chain, chain) && pagesStillThere(*open) ? Status::success : Status::invalidArgument;
+    }
+    return Status::invalidArgument;
+}
+
+Status kaldbQueryChainPartialKey(KALDBChain& chain, bool readOnly, const void* key, Compare compare,
+                                 KALEnumerator*& enumerator)
+{
+    KAL_TRACE(query, u"querying chain with partial key");
+    const ChainOperation operation{chain, ChainOperation::Purpose::read};
+    if (failed(operation.status()))
+        return operation.status();
+    const LockType lock = readOnly ? LockType::read : LockType::readWrite;
+    ChainPage page{query, u"could not unload page %ld"};
+    EmptyPageMet empty;
+    if (Status s = dbchainFindFirstItemPage(chain, lock, key, compare, page, empty); failed(s)) {
+        if (s == Status::notFound)
+            KAL_TRACE(chainSource(u"kaldbQueryPartialKey"), u"no items found");
+        else
+            KAL_TRACE(query, s, u"could not retrieve search page for '%s'", chain.name);
+        return s;
+    }
+    KALEnumerator* made = nullptr;
+    if (Status s = createEnumerator(chain, lock, key, compare, page, made); failed(s))
+        return s;
+    [[maybe_unused]] const PageNumber number = page.number();
+    if (Status s = page.leaveLock(); failed(s))
+        KAL_TRACE(query, s, u"could not unreference page %ld", number);
+    enumerator = made;
+    return Status::success;
+}
+
+}  // namespace kaldb

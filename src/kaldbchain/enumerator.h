@@ -1,0 +1,35 @@
+// The record behind a chain enumerator.
+#pragma once
+
+#include "common/page_number.h"
+#include "kalbtree/btree_view.h"
+#include "kaldbchain/chain.h"
+
+#include <cstddef>
+#include <cstdint>
+
+struct KALDBChainEnum {
+    KALDBChain* chain;
+    kaldb::Compare compare;  // 0 for a match
+    kaldb::PageNumber page;  // the current page: one lock of `lockType` on it, no reference
+    kaldb::LockType lockType;
+    KALEnumerator* btreeEnum;  // over the matches of the current page
+    KALBTreePage* btreePage;   // the current page while it is loaded: what `btreeEnum` reads through
+    std::uint32_t moves;
+    std::uint32_t pagesEntered;
+    std::uint32_t movesInPage;
+    std::uint32_t running;  // calls in progress: a callback that frees the enumerator only marks it
+    bool freed;
+    KALDBChainEnum* previousOpen;  // all open enumerators, so that a foreign handle is told apart
+    KALDBChainEnum* nextOpen;
+
+    /// The caller's key, `recordSize` bytes behind this structure.
+    std::byte* key() { return reinterpret_cast<std::byte*>(this + 1); }
+};
+
+namespace kaldb {
+
+/// The record behind an enumerator of this chain; `invalidArgument` when it is none of this chain's.
+Status chainEnumeratorOf(const KALDBChain& chain, KALEnumerator* enumerator, KALDBChainEnum*& walk);
+
+}  // namespace kaldb

@@ -1,0 +1,70 @@
+// Chain handles.
+
+#include "common/memory.h"
+#include "kaldbchain/internal.h"
+#include "kaldbroot/catalogue.h"
+
+#include <algorithm>
+#include <string>
+
+namespace kaldb {
+
+Status kaldbOpenChain(std::int32_t kind, const char16_t* name, const KALDBChainCallbacks& callbacks,
+                      std::uintptr_t context, KALDBChain*& chain)
+{
+    constexpr TraceSource here = chainSource(u"kaldbOpenChain");
+    Handle<KALDBChain> handle = makeHandle<KALDBChain>(chainModule);
+    if (!handle) {
+        KAL_TRACE(here, u"could not allocate memory for chain data");
+        return Status::failure;
+    }
+    KALDBRootObject object;
+    if (Status s = kaldbGetRootObject(kind, name, object); failed(s)) {
+        if (s != Status::notFound)
+            KAL_TRACE(here, s, u"could not open chain for '%s'", name);
+        return s;
+    }
+    handle->kind = kind;
+    copyChainName(handle->name, name);
+    handle->callbacks = callbacks;
+    handle->recordSize = object.recordSize;
+    handle->flags = object.flags;
+    handle->context = context;
+    handle->session = chainStorage().session;
+    KAL_TRACE(here, u"successfully opened chain for '%s'", handle->name);
+    chain = handle.release();
+    return Status::success;
+}
+
+Status kaldbCloseChain(KALDBChain* chain)
+{
+    if (ChainOperation::runningOn(*chain))
+        return Status::lockConflict;
+    chain->closed = true;
+    if (chain->enumerators == 0)
+        Handle<KALDBChain>{chain}.reset();
+    return Status::success;
+}
+
+Status kaldbChainGetKind(const KALDBChain& chain, std::uint32_t& kind)
+{
+    kind = static_cast<std::uint32_t>(chain.kind);
+    return Status::success;
+}
+
+Status kaldbChainGetName(const KALDBChain& chain, char16_t* buffer, std::uint32_t size)
+{
+    const std::size_t needed = std::char_traits<char16_t>::length(chain.name) + 1;
+    if (needed > size)
+        return Status::bufferTooSmall;
+    std::copy_n(chain.name, needed, buffer);
+    return Status::success;
+}
+
+Status kaldbChainGetFlags(const KALDBChain& chain, std::uint32_t& flags)
+{
+    flags = chain.flags;
+    return Status::success;
+}
+
+}  // namespace kaldb

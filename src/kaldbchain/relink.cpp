@@ -1,0 +1,169 @@
+// Putting a new page into the place of an existing one, in the tree and in the root object.
+//
+//        parent                 parent
+//          |                      |
+//       existing      =>       created
+//       /      \               /      \    (prev to the left, next to the right)
+//    child    ...          child   existing
+//                                      \_ ...
+
+#include "kaldbchain/internal.h"
+#include "kaldbroot/catalogue.h"
+
+namespace kaldb {
+
+namespace {
+
+constexpr TraceSource here = chainSource(u"dbchainRelink");
+
+void traceLinks([[maybe_unused]] const char16_t* what, [[maybe_unused]] const ChainPage& page)
+{
+    KAL_TRACE(here, u"%s page %ld, parent %ld, prev %ld, next %ld", what, page.links().page, page.links().parent,
+              page.links().prev, page.links().next);
+}
+
+/// Replaces a page number in the chain's root object.
+Status relinkRootObject(const KALDBChain& chain, PageNumber from, PageNumber to)
+{
+    if (chain.kind == KALDB_OBJECT_ROOT) {
+        const Status status = kaldbUpdateRootElement(from, to);
+        return failed(status) ? KAL_TRACE(here, status, u"could not update root element") : status;
+    }
+    KALDBRootObject object;
+    if (Status s = kaldbGetRootObject(chain.kind, chain.name, object); failed(s))
+        return KAL_TRACE(here, s, u"could not get root object for chain '%s'", chain.name);
+    if (object.topPage == from)
+        object.topPage = to;
+    if (object.firstPage == from)
+        object.firstPage = to;
+    if (Status s = kaldbUpdateRootObject(object); failed(s))
+        return KAL_TRACE(here, s, u"could not update root object for chain '%s'", chain.name);
+    return Status::success;
+}
+
+/// In the parent, the link that held one page's number holds the other's; `prev` is looked at first.
+Status relinkParent(const KALDBChain& chain, PageNumber parentPage, PageNumber from, PageNumber to)
+{
+    KAL_TRACE(here, u"loading parent page %ld", parentPage);
+    ChainPage parent{here, u"could not unload parent page %ld"};
+    if (Status s = parent.load(chain, LockType::write, parentPage); failed(s))
+        return KAL_TRACE(here, s, u"could not load parent page %ld", parentPage);
+    if (parent.links().prev == from)
+        parent.links().prev = to;
+    else if (parent.links().next == from)
+        parent.links().next = to;
+    else
+        return damagedChain(here, parentPage);
+    traceLinks(u"parent", parent);
+    if (Status s = parent.markDirty(); failed(s))
+        KAL_TRACE(here, s, u"could not set parent page %ld as dirty", parentPage);
+    return Status::success;
+}
+
+Status relinkChild(const KALDBChain& chain, PageNumber childPage, PageNumber from, PageNumber to)
+{
+    KAL_TRACE(here, u"loading child page %ld", childPage);
+    ChainPage child{here, u"could not unload child page %ld"};
+    if (Status s = child.load(chain, LockType::write, childPage); failed(s))
+        return KAL_TRACE(here, s, u"could not load child page %ld", childPage);
+    if (child.links().parent != from)
+        return damagedChain(here, childPage);
+    child.links().parent = to;
+    traceLinks(u"child", child);
+    if (Status s = child.markDirty(); failed(s))
+        KAL_TRACE(here, s, u"could not set child page %ld as dirty", childPage);
+    return Status::success;
+}
+
+/// The steps outside the two pages, of which the last that failed has changed nothing. The earlier ones are taken
+/// back; where even that fails, this session's backup is refused, so that the last good one stays.
+Status relinkNeighbours(const KALDBChain& chain, const KALDBPageLinks& links, PageNumber from, PageNumber to)
+{
+    if (Status s = relinkRootObject(chain, from, to); failed(s))
+        return s;
+    Status status = Status::success;
+    bool parentRelinked = false;
+    if (links.parent != noPage) {
+        status = relinkParent(chain, links.parent, from, to);
+        parentRelinked = ok(status);
+    }
+    if (ok(status) && links.prev != noPage)
+        status = relinkChild(chain, links.prev, from, to);
+    if (ok(status))
+        return status;
+    Status undone = relinkRootObject(chain, to, from);
+    if (parentRelinked)
+        keepFirst(undone, relinkParent(chain, links.parent, to, from));
+    if (failed(undone))
+        chainStorage().pageManager->noteDamage();
+    return status;
+}
+
+}  // namespace
+
+Status dbchainCheckRootObject(const KALDBChain& chain)
+{
+    // The root chain's own entry is rewritten in place, on the start page.
+    if (chain.kind == KALDB_OBJECT_ROOT) {
+        ChainPage start{here, u"could not unload page %ld"};
+        return start.load(chain, LockType::write, chainStorage().pageManager->startPage());
+    }
+    KALDBChain* root = nullptr;
+    if (Status s = kaldbGetRootChain(root); failed(s))
+        return s;
+    const KALDBRootObject key = rootObjectKey(chain.kind, chain.name);
+    ChainPage page{here, u"could not unload page %ld"};
+    return dbchainFindUpdatePage(*root, &key, page);
+}
+
+Status dbchainCheckParent(const KALDBChain& chain, PageNumber parent, PageNumber child)
+{
+    ChainPage page{here, u"could not unload parent page %ld"};
+    if (Status s = page.load(chain, LockType::write, parent); failed(s))
+        return s;
+    return page.links().prev == child || page.links().next == child ? Status::success : damagedChain(here, parent);
+}
+
+Status dbchainCheckChild(const KALDBChain& chain, PageNumber child, PageNumber parent)
+{
+    ChainPage page{here, u"could not unload child page %ld"};
+    if (Status s = page.load(chain, LockType::write, child); failed(s))
+        return s;
+    return page.links().parent == parent ? Status::success : damagedChain(here, child);
+}
+
+Status dbchainCheckRelink(const KALDBChain& chain, const ChainPage& existing)
+{
+    // The new page, and one page at a time beside it.
+    if (Status s = chainStorage().pageManager->canHold(2); failed(s))
+        return s;
+    const KALDBPageLinks& links = existing.links();
+    if (Status s = dbchainCheckRootObject(chain); failed(s))
+        return s;
+    if (links.parent != noPage)
+        if (Status s = dbchainCheckParent(chain, links.parent, existing.number()); failed(s))
+            return s;
+    return links.prev == noPage ? Status::success : dbchainCheckChild(chain, links.prev, existing.number());
+}
+
+Status dbchainRelink(const KALDBChain& chain, ChainPage& existing, ChainPage& created)
+{
+    const KALDBPageLinks before = existing.links();
+    created.links() = {
+        .page = created.number(), .parent = before.parent, .prev = before.prev, .next = existing.number()};
+    traceLinks(u"new", created);
+    existing.links().parent = created.number();
+    existing.links().prev = noPage;
+    traceLinks(u"old", existing);
+    if (Status s = existing.markDirty(); failed(s))
+        KAL_TRACE(here, s, u"could not set existing page %ld dirty", existing.number());
+    if (Status s = created.markDirty(); failed(s))
+        KAL_TRACE(here, s, u"could not set new page %ld dirty", created.number());
+
+    const Status status = relinkNeighbours(chain, before, existing.number(), created.number());
+    if (failed(status))
+        existing.links() = before;
+    return status;
+}
+
+}  // namespace kaldb

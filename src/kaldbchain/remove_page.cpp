@@ -1,0 +1,249 @@
+// Taking an emptied page out of the tree of pages.
+//
+//   no child, one child:              two children (M: the last page along `next` below L):
+//
+//      parent            parent           parent               parent
+//        |                 |                |                    |
+//        P       =>      child              P        =>          L
+//        |                                 / \                    \_ ...
+//      child                              L   R                       \_ M
+//                                          \_ ...                         \_ R
+//                                              \_ M
+//
+// A removal either happens or does not: what it will write is checked before the first change, and each step changes
+// either both of its pages or none. Removed pages stay in the file; nothing refers to them.
+
+#include "kaldbchain/internal.h"
+#include "kaldbroot/catalogue.h"
+
+namespace kaldb {
+
+namespace {
+
+constexpr TraceSource orphan = chainSource(u"dbchainOrphanPage");
+constexpr TraceSource join = chainSource(u"kaldbchainJoinPageParentToChild");
+constexpr TraceSource promote = chainSource(u"dbchainPromoteLMP");
+
+/// The page's child takes another parent.
+Status adoptChild(const KALDBChain& chain, PageNumber child, PageNumber from, PageNumber to)
+{
+    ChainPage page{join, u"failed to unload child page"};
+    if (Status s = page.load(chain, LockType::write, child); failed(s))
+        return s;
+    if (page.links().parent != from)
+        return damagedChain(join, child);
+    page.links().parent = to;
+    if (Status s = page.markDirty(); failed(s))
+        KAL_TRACE(join, s, u"failed mark child as dirty");
+    return Status::success;
+}
+
+/// The child takes the page's place below the page's parent.
+Status kaldbchainJoinPageParentToChild(const KALDBChain& chain, const ChainPage& page, PageNumber child)
+{
+    ChainPage parent{join, u"failed to unload parent page"};
+    if (Status s = parent.load(chain, LockType::write, page.links().parent); failed(s))
+        return KAL_TRACE(join, s, u"could not load parent page");
+    KALDBPageLinks& links = parent.links();
+    if (links.next != page.number() && links.prev != page.number())
+        return KAL_TRACE(join, Status::notFound, u"failed dicern link from parent page");
+    PageNumber& link = links.next == page.number() ? links.next : links.prev;
+    link = child;
+    if (child != noPage) {
+        if (Status s = adoptChild(chain, child, page.number(), parent.number()); failed(s)) {
+            link = page.number();
+            return s;
+        }
+    }
+    if (Status s = parent.markDirty(); failed(s))
+        KAL_TRACE(join, s, u"failed mark parentpage as dirty");
+    return Status::success;
+}
+
+/// The page with the greatest records of the `prev` subtree.
+Status dbchainGetLMPPage(const KALDBChain& chain, const ChainPage& page, PageNumber& found)
+{
+    constexpr static TraceSource here = chainSource(u"dbchainGetLMPPage");
+    if (page.links().prev == noPage)
+        return Status::notApplicable;
+    WalkBound bound;
+    for (PageNumber following = page.links().prev; following != noPage;) {
+        if (!bound.step())
+            return damagedChain(here, following);
+        ChainPage visited{here, u"failed to unload previous page %ld"};
+        if (Status s = visited.load(chain, LockType::read, following); failed(s)) {
+            if (following == page.links().prev)
+                KAL_TRACE(verbatim, u"kaldbchain: dbchainGetLMPPage() failed to load previous page %ld\n", following);
+            else
+                KAL_TRACE(verbatim, u"kaldbchain: dbchainGetLMPPage() failed to LMP next page %ld\n", following);
+            return s;
+        }
+        found = following;
+        following = visited.links().next;
+    }
+    return Status::success;
+}
+
+/// Hangs the subtree at `next` below the page `last`, or takes that back.
+Status setLastsChild(const KALDBChain& chain, PageNumber last, PageNumber next, PageNumber lastsChild,
+                     PageNumber nextsParent)
+{
+    ChainPage lastPage{promote, u"failed to unload LMP page %ld"};
+    if (Status s = lastPage.load(chain, LockType::write, last); failed(s)) {
+        KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to open the LMP page %ld\n", last);
+        return s;
+    }
+    ChainPage nextPage{promote, u"failed to unload next page %ld"};
+    if (Status s = nextPage.load(chain, LockType::write, next); failed(s))
+        return s;
+    nextPage.links().parent = nextsParent;
+    lastPage.links().next = lastsChild;
+    if (Status s = lastPage.markDirty(); failed(s))
+        KAL_TRACE(promote, s, u"failed to dirty LMP page %ld", last);
+    if (Status s = nextPage.markDirty(); failed(s))
+        KAL_TRACE(promote, s, u"failed to dirty next page %ld", next);
+    return Status::success;
+}
+
+/// What a removal is going to do, found out before it does anything.
+struct Removal {
+    PageNumber replacement = noPage;  // the child that takes the page's place
+    PageNumber last = noPage;         // with two children: the page below which `next` is hung
+    bool changesRoot = false;
+    KALDBRootObject before{};
+    KALDBRootObject after{};
+};
+
+/// The leftmost page of the tree as it will be without the page.
+Status leftmostWithout(const KALDBChain& chain, const ChainPage& page, PageNumber top, PageNumber replacement,
+                       PageNumber& leftmost)
+{
+    WalkBound bound;
+    for (PageNumber current = top == page.number() ? replacement : top; current != noPage;) {
+        if (!bound.step())
+            return damagedChain(orphan, current);
+        ChainPage visited{orphan, u"could not unload page %ld"};
+        if (Status s = visited.load(chain, LockType::read, current); failed(s))
+            return s;
+        leftmost = current;
+        current = visited.links().prev == page.number() ? replacement : visited.links().prev;
+    }
+    return Status::success;
+}
+
+Status planRootObject(const KALDBChain& chain, const ChainPage& page, Removal& removal)
+{
+    if (Status s = kaldbGetRootObject(chain.kind, chain.name, removal.before); failed(s))
+        return s;
+    removal.after = removal.before;
+    if (page.links().parent == noPage) {
+        // A page without a parent that is not the top was removed before.
+        if (removal.before.topPage != page.number())
+            return Status::notFound;
+        removal.after.topPage = removal.replacement;
+        removal.changesRoot = true;
+    }
+    if (removal.before.firstPage == page.number()) {
+        removal.changesRoot = true;
+        if (Status s =
+                leftmostWithout(chain, page, removal.before.topPage, removal.replacement, removal.after.firstPage);
+            failed(s))
+            return s;
+    }
+    return removal.changesRoot ? dbchainCheckRootObject(chain) : Status::success;
+}
+
+/// Fills the plan and makes sure that every page of it can be read and write-locked.
+Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& removal)
+{
+    const KALDBPageLinks& links = page.links();
+    if (Status s = chainStorage().pageManager->canHold(2); failed(s))
+        return s;
+    removal.replacement = links.prev != noPage ? links.prev : links.next;
+    if (links.parent != noPage) {
+        ChainPage parent{orphan, u"could not unload page %ld"};
+        if (Status s = parent.load(chain, LockType::write, links.parent); failed(s))
+            return s;
+        if (parent.links().prev != page.number() && parent.links().next != page.number())
+            return Status::notFound;
+    }
+    for (const PageNumber child : {links.prev, links.next})
+        if (child != noPage)
+            if (Status s = dbchainCheckChild(chain, child, page.number()); failed(s))
+                return s;
+    if (links.prev != noPage && links.next != noPage) {
+        if (Status s = dbchainGetLMPPage(chain, page, removal.last); failed(s)) {
+            KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to identify the LMP page");
+            return s;
+        }
+        ChainPage last{promote, u"failed to unload LMP page %ld"};
+        if (Status s = last.load(chain, LockType::write, removal.last); failed(s))
+            return s;
+    }
+    return planRootObject(chain, page, removal);
+}
+
+/// The root object and the page's place: the last of the two that failed has changed nothing.
+Status replacePage(const KALDBChain& chain, const ChainPage& page, Removal& removal)
+{
+    if (removal.changesRoot)
+        if (Status s = kaldbUpdateRootObject(removal.after); failed(s))
+            return s;
+    const Status status = page.links().parent == noPage
+                              ? adoptChild(chain, removal.replacement, page.number(), noPage)
+                              : kaldbchainJoinPageParentToChild(chain, page, removal.replacement);
+    if (failed(status) && removal.changesRoot)
+        if (Status s = kaldbUpdateRootObject(removal.before); failed(s))
+            chainStorage().pageManager->noteDamage();
+    return status;
+}
+
+/// The `prev` subtree takes the page's place, the `next` subtree goes below the greatest records of it.
+Status dbchainPromoteLMP(const KALDBChain& chain, const ChainPage& page, Removal& removal)
+{
+    const PageNumber next = page.links().next;
+    if (Status s = setLastsChild(chain, removal.last, next, next, removal.last); failed(s))
+        return s;
+    const Status status = replacePage(chain, page, removal);
+    if (ok(status)) {
+        page.links().next = noPage;
+        return status;
+    }
+    KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to promote left subtree");
+    if (Status s = setLastsChild(chain, removal.last, next, noPage, page.number()); failed(s))
+        chainStorage().pageManager->noteDamage();
+    return status;
+}
+
+}  // namespace
+
+Status dbchainOrphanPage(const KALDBChain& chain, ChainPage& page)
+{
+    KAL_TRACE(orphan, u"deleting page %ld", page.number());
+    const KALDBPageLinks& links = page.links();
+    if (links.parent == noPage && links.prev == noPage && links.next == noPage)
+        return Status::success;  // the only page of the tree stays
+    Removal removal;
+    if (Status s = planRemoval(chain, page, removal); failed(s))
+        return s;
+    if (links.next == noPage)
+        KAL_TRACE(verbatim, u"kaldbchain: dbchainOrhpanPage() page %ld\n has no next page", page.number());
+    else if (links.prev == noPage)
+        KAL_TRACE(verbatim, u"kaldbchain: dbchainOrphanPage() page %ld\n has no prev page", page.number());
+    else
+        KAL_TRACE(verbatim, u"kaldbchain: dbchainOrphanPage() page %ld\n has two children", page.number());
+    return removal.last == noPage ? replacePage(chain, page, removal) : dbchainPromoteLMP(chain, page, removal);
+}
+
+void dbchainRetryRemoval(const KALDBChain& chain, const EmptyPageMet& empty)
+{
+    if (empty.page == noPage)
+        return;
+    ChainPage page{orphan, u"could not unload page %ld"};
+    if (failed(page.load(chain, LockType::write, empty.page)) || page.tree().count() > 0)
+        return;
+    if (ok(dbchainOrphanPage(chain, page)))
+        ignore(page.markDirty());
+}
+
+}  // namespace kaldb

@@ -1,0 +1,157 @@
+// From a page to the page that follows it in key order, and the walk over a whole chain.
+
+#include "kaldbchain/internal.h"
+#include "kaldbroot/catalogue.h"
+
+namespace kaldb {
+
+Status dbchainEnumFindSmallest(const KALDBChain& chain, LockType lock, PageNumber page, ChainPage& found,
+                               [[maybe_unused]] const void* enumerator)
+{
+    constexpr static TraceSource here = chainSource(u"dbchainEnumFindSmallest");
+    WalkBound bound;
+    for (PageNumber current = page;;) {
+        KAL_TRACE(here, u"enumerator 0x%08X looking at page %ld", traceAddress(enumerator), current);
+        if (!bound.step())
+            return damagedChain(here, current);
+        ChainPage visited{here, u"could not unload page %ld"};
+        if (Status s = visited.load(chain, lock, current); failed(s))
+            return KAL_TRACE(here, s, u"enumerator 0x%08X could not load page %ld", traceAddress(enumerator), current);
+        current = visited.links().prev;
+        if (current == noPage) {
+            found = std::move(visited);
+            return Status::success;
+        }
+    }
+}
+
+namespace {
+
+/// The first ancestor that the page lies on the `prev` side of.
+Status dbchainEnumFindFromParent(const KALDBChain& chain, LockType lock, const ChainPage& page, ChainPage& found,
+                                 [[maybe_unused]] const void* enumerator)
+{
+    constexpr static TraceSource here = chainSource(u"dbchainEnumFindFromParent");
+    PageNumber child = page.number();
+    PageNumber current = page.links().parent;
+    WalkBound bound;
+    while (current != noPage) {
+        KAL_TRACE(here, u"enumerator 0x%08X looking at page %ld", traceAddress(enumerator), current);
+        if (!bound.step())
+            return damagedChain(here, current);
+        ChainPage visited{here, u"could not unload page %ld"};
+        if (Status s = visited.load(chain, lock, current); failed(s))
+            return KAL_TRACE(here, s, u"enumerator 0x%08X could not load page %ld", traceAddress(enumerator), current);
+        if (visited.links().next != child) {
+            found = std::move(visited);
+            return Status::success;
+        }
+        child = current;
+        current = visited.links().parent;
+    }
+    return Status::endOfEnumeration;
+}
+
+Status successor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
+                 const void* enumerator)
+{
+    if (current.links().next != noPage)
+        return dbchainEnumFindSmallest(chain, lock, current.links().next, next, enumerator);
+    return dbchainEnumFindFromParent(chain, lock, current, next, enumerator);
+}
+
+}  // namespace
+
+Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
+                               const void* enumerator)
+{
+    constexpr static TraceSource here = chainSource(u"dbchainEnumFindNextPage");
+    if (Status s = successor(chain, lock, current, next, enumerator); failed(s))
+        return s;
+    WalkBound bound;
+    while (next.tree().count() == 0) {
+        if (!bound.step())
+            return damagedChain(here, next.number());
+        ChainPage beyond{here, u"could not unload page %ld"};
+        if (Status s = successor(chain, lock, next, beyond, enumerator); failed(s)) {
+            ignore(next.release());
+            return s;
+        }
+        next = std::move(beyond);
+    }
+    return Status::success;
+}
+
+namespace {
+
+constexpr TraceSource walk = chainSource(u"kaldbEnumChainWithCallback");
+
+/// Hands the records of one page over; `endOfEnumeration` when the walk is to go on with the next page.
+Status handOverPage(const ChainPage& page, void* context, KALDBEnumCallback callback)
+{
+    KALBTreePage* tree = page.tree().page();
+    KALEnumerator* records = nullptr;
+    Status status = page.tree().enumerate(&tree, records);
+    if (failed(status))
+        return status;
+    // The page does not change under the walk, so more records than it holds come from links that run in a circle.
+    for (std::uint32_t left = page.tree().count(); ok(status); --left) {
+        std::byte* record = nullptr;
+        status = left == 0 ? damagedChain(walk, page.number()) : page.tree().getByEnumerator(records, record);
+        if (failed(status)) {
+            KAL_TRACE(walk, status, u"could not retrieve item");
+            break;
+        }
+        status = asStatus(callback(context, record));
+        if (failed(status))
+            KAL_TRACE(walk, status, u"callback function failed");
+        else
+            status = asStatus(kalEnumeratorMoveNext(records));
+    }
+    if (Status s = asStatus(kalEnumeratorFree(records)); failed(s))
+        KAL_TRACE(walk, s, u"could not free btree enumerator");
+    return status;
+}
+
+/// The leftmost page of the tree that holds a record; `notFound` in an empty chain.
+Status firstFilledPage(const KALDBChain& chain, ChainPage& page)
+{
+    PageNumber top = noPage;
+    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, top); failed(s))
+        return KAL_TRACE(walk, s, u"could not find sequence page");
+    if (Status s = dbchainEnumFindSmallest(chain, LockType::read, top, page, nullptr); failed(s))
+        return KAL_TRACE(walk, s, u"could not load sequence page %ld", top);
+    if (page.tree().count() > 0)
+        return Status::success;
+    ChainPage next{walk, u"could not unload page"};
+    const Status status = dbchainEnumFindNextPage(chain, LockType::read, page, next, nullptr);
+    page = std::move(next);
+    return status == Status::endOfEnumeration ? Status::notFound : status;
+}
+
+}  // namespace
+
+Status kaldbEnumChainWithCallback(KALDBChain& chain, void* context, KALDBEnumCallback callback)
+{
+    const ChainOperation operation{chain, ChainOperation::Purpose::read};
+    if (failed(operation.status()))
+        return operation.status();
+    ChainPage page{walk, u"could not unload page"};
+    Status status = firstFilledPage(chain, page);
+    WalkBound bound;
+    while (ok(status)) {
+        if (!bound.step())
+            return damagedChain(walk, page.number());
+        status = handOverPage(page, context, callback);
+        if (status != Status::endOfEnumeration)
+            break;
+        ChainPage next{walk, u"could not unload page"};
+        status = dbchainEnumFindNextPage(chain, LockType::read, page, next, nullptr);
+        if (failed(status) && status != Status::endOfEnumeration)
+            KAL_TRACE(walk, status, u"could not move next page");
+        page = std::move(next);
+    }
+    return status == Status::endOfEnumeration ? Status::success : status;
+}
+
+}  // namespace kaldb

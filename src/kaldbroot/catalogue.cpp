@@ -1,0 +1,169 @@
+// The root chain: its handle, its own entry's place, and the root objects in it.
+
+#include "kaldbroot/catalogue.h"
+
+#include "common/trace.h"
+#include "kaldbchain/chain.h"
+#include "kaldbroot/waiting_counters.h"
+#include "kalpagemanager/page_manager.h"
+
+#include <kaldb/identifiers.h>
+
+namespace kaldb {
+
+namespace {
+
+KALDBChain* rootChain = nullptr;
+/// Where the root chain's own entry lives; its page is the file's start page.
+KALDBIndexRecord rootEntryPlace = emptyLocator();
+
+constexpr TraceSource rootSource(const char16_t* operation) { return {u"kaldbroot: ", operation}; }
+
+}  // namespace
+
+Status kaldbCreateRoot()
+{
+    constexpr TraceSource here = rootSource(u"kaldbCreateRoot");
+    const Status status =
+        kaldbCreateChain(KALDB_OBJECT_ROOT, u"ROOT", sizeof(KALDBRootObject), KALDB_CHAIN_GUID | KALDB_CHAIN_SYSTEM);
+    if (failed(status))
+        return KAL_TRACE(here, status, u"could not create root chain");
+    KAL_TRACE(here, u"successfully created root chain");
+    return Status::success;
+}
+
+Status kaldbOpenRoot()
+{
+    constexpr TraceSource here = rootSource(u"kaldbOpenRoot");
+    KALDBChainCallbacks callbacks{};
+    callbacks.compare = compareRootObjects;
+    callbacks.indexUpdate = kaldbRootIndexUpdate;
+    if (Status s = kaldbOpenChain(KALDB_OBJECT_ROOT, u"ROOT", callbacks, 0, rootChain); failed(s))
+        return KAL_TRACE(here, s, u"could not open root chain");
+    rootEntryPlace = emptyLocator();
+    rootEntryPlace.page = kaldbChainGetPageManager()->startPage();
+    KAL_TRACE(here, u"successfully opened root chain");
+    return Status::success;
+}
+
+Status kaldbCloseRoot()
+{
+    constexpr TraceSource here{u"kaldbroot:  ", u"kaldbCloseRoot"};
+    const Status status = rootChain == nullptr ? Status::notOpen : kaldbCloseChain(rootChain);
+    if (failed(status))
+        return KAL_TRACE(here, status, u"could not close root chain");
+    rootChain = nullptr;
+    KAL_TRACE(here, u"successfully closed root chain");
+    return Status::success;
+}
+
+Status kaldbRootExists(bool& exists)
+{
+    KALDBRootObject entry;
+    exists = ok(kaldbGetRootEntry(entry));
+    return Status::success;
+}
+
+Status kaldbGetRootChain(KALDBChain*& chain)
+{
+    if (rootChain == nullptr)
+        return Status::notOpen;
+    chain = rootChain;
+    return Status::success;
+}
+
+Status kaldbInsertRootObject(KALDBRootObject& object)
+{
+    constexpr TraceSource here = rootSource(u"kaldbInsertRootObject");
+    KALDBChain* root = nullptr;
+    Status status = kaldbGetRootChain(root);
+    KALDBIndexRecord locator = emptyLocator();
+    if (ok(status))
+        status = kaldbInsertChainRecord(*root, &object, &locator);
+    if (failed(status))
+        return KAL_TRACE(here, status, u"could not insert object '%s' into root", object.name);
+    return Status::success;
+}
+
+Status kaldbUpdateRootObject(KALDBRootObject& object)
+{
+    constexpr TraceSource here = rootSource(u"kaldbUpdateRootObject");
+    KALDBChain* root = nullptr;
+    Status status = kaldbGetRootChain(root);
+    if (ok(status)) {
+        useWaitingCounter(object);
+        status = kaldbUpdateChainRecord(*root, &object);
+    }
+    if (failed(status))
+        return KAL_TRACE(here, status, u"could not update object '%s' in root", object.name);
+    dropWaitingCounter(object);
+    if (object.kind == KALDB_OBJECT_ROOT)
+        refreshRootElement(object);
+    return Status::success;
+}
+
+Status kaldbGetRootObject(std::int32_t kind, const char16_t* name, KALDBRootObject& object)
+{
+    constexpr TraceSource here = rootSource(u"kaldbGetRootObject");
+    if (kind == KALDB_OBJECT_ROOT) {
+        if (Status s = kaldbGetRootEntry(object); failed(s))
+            return KAL_TRACE(here, s, u"could not retrieve root entry");
+        return Status::success;
+    }
+    KALDBChain* root = nullptr;
+    if (Status s = kaldbGetRootChain(root); failed(s))
+        return s;
+    const KALDBRootObject key = rootObjectKey(kind, name);
+    KALDBRootObject found;
+    Status status = kaldbQueryChainPrimaryKey(*root, &key, &found);
+    if (ok(status) && !plausibleRootObject(found)) {
+        kaldbChainGetPageManager()->noteDamage();
+        status = Status::failure;
+    }
+    if (failed(status))
+        return status == Status::notFound ? status : KAL_TRACE(here, status, u"could not query chain");
+    object = found;
+    return Status::success;
+}
+
+Status kaldbGetChainTopPage(std::int32_t kind, const char16_t* name, PageNumber& page)
+{
+    KALDBRootObject object;
+    if (Status s = kaldbGetRootObject(kind, name, object); failed(s))
+        return s;
+    page = object.topPage;
+    return Status::success;
+}
+
+Status kaldbGetChainFirstPage(std::int32_t kind, const char16_t* name, PageNumber& page)
+{
+    KALDBRootObject object;
+    if (Status s = kaldbGetRootObject(kind, name, object); failed(s))
+        return s;
+    page = object.firstPage;
+    return Status::success;
+}
+
+std::uint32_t kaldbRootIndexUpdate(const KALDBIndexRecord* from, const KALDBIndexRecord* to, std::uintptr_t)
+{
+    constexpr TraceSource here = rootSource(u"kaldbRootIndexUpdate");
+    std::uint32_t same = 0;
+    kaldbIDIsEqual(&from->id, &rootEntryPlace.id, &same);
+    if (same == 0 || from->page != rootEntryPlace.page)
+        return code(Status::success);
+    // The page manager keeps the new start page in memory even when its header cannot be written now.
+    const Status status = kaldbChainGetPageManager()->setStartPage(to->page);
+    rootEntryPlace = *to;
+    if (failed(status))
+        return code(KAL_TRACE(here, status, u"could not update start page"));
+    KAL_TRACE(here, u"successfully updated start page to %ld", to->page);
+    return code(Status::success);
+}
+
+void forgetCatalogueState()
+{
+    rootEntryPlace = emptyLocator();
+    dropAllWaitingCounters();
+}
+
+}  // namespace kaldb

@@ -1,0 +1,44 @@
+// The root catalogue: the chain "ROOT" that describes every chain of the file, itself included.
+#pragma once
+
+#include "common/status.h"
+#include "kaldbroot/root_object.h"
+
+#include <cstdint>
+
+struct KALDBChain;
+
+namespace kaldb {
+
+Status kaldbCreateRoot();
+Status kaldbOpenRoot();
+Status kaldbCloseRoot();
+/// Tells whether the root chain's own entry can be read. Always succeeds: any failure reads as "no".
+Status kaldbRootExists(bool& exists);
+/// `notOpen` while the root chain is not open.
+Status kaldbGetRootChain(KALDBChain*& chain);
+
+/// The root chain stamps `object.id` on the way in. `alreadyExists` for a kind and name that are there.
+Status kaldbInsertRootObject(KALDBRootObject& object);
+/// Replaces the stored object of the same kind and name. A counter that is waiting to be stored goes with it.
+Status kaldbUpdateRootObject(KALDBRootObject& object);
+/// `notFound` when there is none; `failure` when the stored object cannot be right. Nothing is written then.
+Status kaldbGetRootObject(std::int32_t kind, const char16_t* name, KALDBRootObject& object);
+Status kaldbGetChainTopPage(std::int32_t kind, const char16_t* name, PageNumber& page);
+Status kaldbGetChainFirstPage(std::int32_t kind, const char16_t* name, PageNumber& page);
+
+/// Hands out the chain's next identifier. A counter that cannot be stored now (a table list may hold its page) is kept
+/// by the process and stored later, so that no identifier is handed out twice.
+Status kaldbGetNextObjectID(std::int32_t kind, const char16_t* name, KALDBID& id);
+/// Stores the counters that are waiting, whoever reads their pages. The first failure is the result.
+Status storeWaitingCounters();
+/// Forgets them, with the remembered place of the root chain's own entry: the database is closed.
+void forgetCatalogueState();
+
+/// The root chain's index-update function: keeps the file's start page on the page of its own entry.
+std::uint32_t kaldbRootIndexUpdate(const KALDBIndexRecord* from, const KALDBIndexRecord* to, std::uintptr_t context);
+
+/// Whether a root object read from the file can be right: sizes that fit a page, a name that ends.
+bool plausibleRootObject(const KALDBRootObject& object);
+
+}  // namespace kaldb

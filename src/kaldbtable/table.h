@@ -1,0 +1,39 @@
+// A table: a chain of records, with the identifier index that the library keeps beside it.
+#pragma once
+
+#include "common/status.h"
+#include "kaldbchain/chain.h"
+#include "kaldbindex/guid_index.h"
+
+#include <kaldb/table.h>
+
+struct KALDBTable {
+    KALDBChain* chain = nullptr;
+    kaldb::KALDBIndex* index = nullptr;             // null when the table has none, or it could not be opened
+    KALDBIndexUpdate callersIndexUpdate = nullptr;  // told after the table's own index
+    KALDBTable* previousOpen = nullptr;             // all open tables, so that a second close is told apart
+    KALDBTable* nextOpen = nullptr;
+};
+
+namespace kaldb {
+
+Status kaldbTableCreate(const KALDBTableInfo& info);
+Status kaldbTableExists(const char16_t* name, std::uint32_t& exists);
+Status kaldbTableOpen(const char16_t* name, const KALDBChainCallbacks* callbacks, KALDBTable*& table);
+Status kaldbTableClose(KALDBTable* table);
+/// Takes a handle out of the list of open tables without closing anything: its memory is about to go.
+void forgetTable(const void* handle);
+
+/// Brings the indexes of the open tables in step, as far as that is possible now.
+void settleTableIndexes();
+
+Status insertTableRecord(KALDBTable& table, void* record, KALDBID* id);
+Status deleteTableRecord(KALDBTable& table, void* key, KALDBID* id);
+Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id);
+Status deleteTableRecordsByPartialKey(KALDBTable& table, const void* key, KALBTreeCompare compare);
+Status queryTableByID(KALDBTable& table, const KALDBID& id, void* record);
+
+/// An enumerator over the tables of the database, standing on the first.
+Status enumerateTables(KALEnumerator*& enumerator);
+
+}  // namespace kaldb

@@ -1,0 +1,271 @@
+// The validator: one file for every kind of damage, with the exact number of problems that it counts.
+
+#include "kaldbvalidate/validate.h"
+#include "support/file_image.h"
+
+#include <kaldb/validate.h>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+
+namespace {
+
+using namespace kaldb;
+using namespace kaldb::test;
+
+std::uint32_t failingAllocation = 0;  // counted down; the one that reaches 0 fails
+std::vector<std::u16string> logged;   // what went to the error log
+
+struct Found {
+    std::uint32_t result;
+    std::uint32_t errors;
+    bool operator==(const Found&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const Found& found)
+    {
+        return out << "result " << found.result << ", errors " << found.errors;
+    }
+};
+
+class ValidateTest : public testing::Test {
+protected:
+    ValidateTest()
+    {
+        logged.clear();
+        kalLogSetSink(
+            [](std::uint32_t level, const char16_t* text, void*) {
+                if (level == KAL_LOG_ERROR)
+                    logged.emplace_back(text);
+            },
+            nullptr);
+    }
+    ~ValidateTest() override
+    {
+        kalLogSetSink(nullptr, nullptr);
+        std::filesystem::remove(path);
+    }
+
+    Found header() const { return run(kaldbValidateFile); }
+    Found pages() const
+    {
+        testing::internal::CaptureStdout();
+        const Found found = run(kaldbValidatePages);
+        listing = testing::internal::GetCapturedStdout();
+        return found;
+    }
+    Found run(std::uint32_t (*check)(const char16_t*, std::uint32_t, std::uint32_t*)) const
+    {
+        Found found{77, 77};
+        found.result = check(path.u16string().c_str(), 0, &found.errors);
+        return found;
+    }
+    Found pagesOf(const FileImage& image) const
+    {
+        image.write(path);
+        return pages();
+    }
+    Found headerOf(const FileImage& image) const
+    {
+        image.write(path);
+        return header();
+    }
+
+    /// Page 0 with three records and the children 1 (before) and 2 (after), and a binary page 3.
+    static FileImage soundFile()
+    {
+        FileImage image;
+        image.addPage(noPage, 1, 2);
+        image.addPage(0);
+        image.addPage(0);
+        image.addPage();
+        image.formatTree(0, 100, {"d", "e", "f"});
+        image.formatTree(1, 100, {"a"});
+        image.formatTree(2, 100, {});
+        image.formatBinary(3, 64, {"some text", "more"});
+        return image;
+    }
+
+    std::filesystem::path path = std::filesystem::temp_directory_path() / "validate_test.kaldb";
+    mutable std::string listing;
+};
+
+TEST_F(ValidateTest, FilesThatCannotBeReadAsADatabase)
+{
+    EXPECT_EQ(header(), (Found{0, 1}));
+    EXPECT_EQ(pages(), (Found{0, 1}));
+    EXPECT_TRUE(validateHeader(path.u16string().c_str()).absent);
+
+    for (const std::size_t length : {0U, 50U, 91U}) {
+        FileImage::writeBytes(path, std::string(length, 'x'));
+        EXPECT_EQ(header(), (Found{1, 1})) << length;
+        EXPECT_EQ(pages(), (Found{1, 1})) << length;
+        const ValidateResult found = validateHeader(path.u16string().c_str());
+        EXPECT_TRUE(found.tooShort && found.spoiled() && ok(found.status));
+    }
+
+    const ValidateResult folder = validateHeader(u"/tmp");
+    EXPECT_TRUE(!folder.read && folder.errors == 1 && folder.status == Status::notAFile && !folder.spoiled());
+    EXPECT_EQ(validateHeader(nullptr).status, Status::invalidArgument);
+    EXPECT_EQ(kaldbValidatePages(nullptr, 0, nullptr), 0U);
+    EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(ValidateTest, HeaderIsHeldAgainstTheFile)
+{
+    FileImage image = soundFile();
+    EXPECT_EQ(headerOf(image), (Found{1, 0}));
+    EXPECT_TRUE(validateHeader(path.u16string().c_str()).sound());
+    EXPECT_EQ(headerOf(FileImage{}), (Found{1, 0})) << "a file of a header alone";
+
+    image.header.pagesInFile = 5;
+    image.header.flags = fileDirty;
+    EXPECT_EQ(headerOf(image), (Found{1, 2}));
+    ASSERT_EQ(logged.size(), 2U);
+    EXPECT_EQ(logged[0], u"kaldbvalidate: dbValidateFile() Database was shut down in a dirty state\n");
+    EXPECT_EQ(logged[1], u"kaldbvalidate: dbValidateFile() File size mismatch; file contains 4 pages but "
+                         u"reports 5 pages\n");
+    const ValidateResult found = validateHeader(path.u16string().c_str());
+    EXPECT_TRUE(found.dirty && found.sizeMismatch && !found.absent && !found.tooShort && !found.sound());
+
+    image = soundFile();
+    image.header.pageSize = 0;
+    EXPECT_EQ(headerOf(image), (Found{1, 1}));
+    EXPECT_TRUE(validateHeader(path.u16string().c_str()).sizeMismatch);
+}
+
+TEST_F(ValidateTest, SoundPagesAreListed)
+{
+    FileImage image = soundFile();
+    image.header.flags = fileDirty;
+    EXPECT_EQ(pagesOf(image), (Found{1, 0})) << "the dirty mark is not looked at";
+    EXPECT_EQ(listing.substr(0, listing.find("\nValidating page 1\n")),
+              "\nValidating page 0\n========================\nPage = 0\nParent = -1\nPrevious = 1\nNext = 2\n");
+    EXPECT_NE(listing.find("\nValidating page 3\n========================\nPage = 3\nParent = -1\nPrevious = -1\n"),
+              std::string::npos);
+}
+
+// Each change makes exactly one page malformed, by exactly one problem.
+TEST_F(ValidateTest, MalformedPagesCountOnceEach)
+{
+    const auto tree = [](PageNumber page, auto change) {
+        return [=](FileImage& image) { image[page].edit<KALBTreePage>(PageImage::typed, change); };
+    };
+    const auto slot = [](PageNumber page, std::size_t index, auto change) {
+        return [=](FileImage& image) { image[page].edit<KALBTreeSlot>(PageImage::slot(index), change); };
+    };
+    const auto binary = [](auto change) {
+        return [=](FileImage& image) { image[3].edit<KALDBBinaryPage>(PageImage::typed, change); };
+    };
+    const auto piece = [](std::size_t index, auto change) {
+        return [=](FileImage& image) { image[3].edit<KALDBBinarySlot>(image.binarySlot(3, index), change); };
+    };
+    const std::map<std::string, std::function<void(FileImage&)>> damages{
+        {"no type", tree(0, [](auto& h) { h.typeName[0] = 'X'; })},
+        {"type without its NUL", tree(0, [](auto& h) { h.typeName[3] = 'X'; })},
+        {"header length of the other type", tree(0, [](auto& h) { h.headerLength = 28; })},
+        {"zeros", [](FileImage& image) { image[1].edit<KALBTreePage>(PageImage::typed, [](auto& h) { h = {}; }); }},
+        {"more items than places", tree(0, [](auto& h) { h.count = h.maxCount + 1; })},
+        {"count too low", tree(0, [](auto& h) { h.count = 2; })},
+        {"count 0 with items", tree(0, [](auto& h) { h.count = 0; })},
+        {"places beyond the page", tree(2, [](auto& h) { h.maxCount = 19; })},
+        {"as many places as a number can say", tree(2, [](auto& h) { h.maxCount = 0xFFFFFFFF; })},
+        {"items beyond the page", tree(0, [](auto& h) { h.itemSize = 105; })},
+        {"an item size that wraps", tree(0, [](auto& h) { h.itemSize = 0xFFFFFFF8; })},
+        {"no root", tree(0, [](auto& h) { h.root = noSlot; })},
+        {"root beyond the slots", tree(0, [](auto& h) { h.root = 18; })},
+        {"root below another", tree(0, [](auto& h) { h.root = 1; })},
+        {"no smallest", tree(0, [](auto& h) { h.smallest = noSlot; })},
+        {"largest with a greater child", tree(0, [](auto& h) { h.largest = 1; })},
+        {"largest beyond the slots", tree(0, [](auto& h) { h.largest = 0xFFFE; })},
+        {"root in an empty page", tree(2, [](auto& h) { h.root = 0; })},
+        {"used slot in an empty page", slot(2, 17, [](auto& s) { s.flags = 0; })},
+        {"linked slot in an empty page", slot(2, 17, [](auto& s) { s.parent = 0; })},
+        {"linked free slot", slot(0, 9, [](auto& s) { s.next = 0; })},
+        {"child beyond the slots", slot(0, 2, [](auto& s) { s.prev = 200; })},
+        {"child that names another parent", slot(0, 2, [](auto& s) { s.parent = 0; })},
+        {"prev child that names another parent", slot(0, 0, [](auto& s) { s.prev = 2; })},
+        {"binary page of size 0", binary([](auto& h) { h.size = 0; })},
+        {"binary page smaller than its header", binary([](auto& h) { h.size = 27; })},
+        {"binary slots that do not fit their size", binary([](auto& h) { h.maxCount = 22; })},
+        {"binary slots beyond the page", binary([](auto& h) {
+             h.size = 0xFFFFFFFF;
+             h.maxCount = (0xFFFFFFFF - 28) / 84;
+         })},
+        {"a slot size that wraps", binary([](auto& h) { h.slotDataSize = 0xFFFFFFFF; })},
+        {"piece without length", piece(0, [](auto& s) { s.length = 0; })},
+        {"piece without total size", piece(1, [](auto& s) { s.totalSize = 0; })},
+        {"free piece with a length", piece(5, [](auto& s) { s.length = 1; })},
+        {"free piece with a successor", piece(5, [](auto& s) { s.nextPage = 0; })},
+        {"free piece with a successor's slot", piece(22, [](auto& s) { s.nextIndex = 0; })},
+    };
+    for (const auto& [name, damage] : damages) {
+        FileImage image = soundFile();
+        damage(image);
+        EXPECT_EQ(pagesOf(image), (Found{1, 1})) << name;
+        EXPECT_EQ(header(), (Found{1, 0})) << name;
+    }
+    FileImage image = soundFile();
+    image[2].edit<KALBTreeSlot>(PageImage::slot(17), [](auto& s) { s.flags = 2; });
+    EXPECT_EQ(pagesOf(image), (Found{1, 0})) << "a slot of an empty page may carry flag 2";
+}
+
+TEST_F(ValidateTest, LinksOfChildrenCountOnceEach)
+{
+    const auto links = [&](PageNumber page, auto change) {
+        FileImage image = soundFile();
+        image[page].edit<KALDBPageLinks>(PageImage::links, change);
+        return pagesOf(image);
+    };
+    EXPECT_EQ(links(0, [](auto& l) { l.prev = 4; }), (Found{1, 1})) << "no such page";
+    EXPECT_EQ(links(0, [](auto& l) { l.prev = 3; }), (Found{1, 1})) << "a page without a parent";
+    EXPECT_EQ(links(0, [](auto& l) { l.prev = l.next = 0xFFFFFFFE; }), (Found{1, 2}));
+    EXPECT_EQ(links(2, [](auto& l) { l.parent = 1; }), (Found{1, 1})) << "the child names another parent";
+    EXPECT_EQ(links(0, [](auto& l) { l.parent = 900; }), (Found{1, 0})) << "the page's own parent is not looked at";
+    EXPECT_EQ(links(0, [](auto& l) { l.prev = noPage; }), (Found{1, 0})) << "a child that no page names";
+}
+
+TEST_F(ValidateTest, PagesThatTheFileDoesNotHoldCountOnceEachAndCostNothing)
+{
+    FileImage image = soundFile();
+    image.header.pagesInFile = 0xFFFFFFFF;
+    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF - 4}));
+    image[0].edit<KALBTreePage>(PageImage::typed, [](auto& h) { h.count = 0; });
+    image[1].edit<KALDBPageLinks>(PageImage::links, [](auto& l) { l.prev = 0xFFFFFFF0; });
+    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF - 3})) << "a link to a missing page is no second problem";
+
+    image[3].edit<KALDBPageLinks>(PageImage::links, [](auto& l) { l.prev = l.next = 0; });
+    image[2].edit<KALBTreePage>(PageImage::typed, [](auto& h) { h.count = 9; });
+    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF})) << "the count ends at its greatest value";
+
+    image = soundFile();
+    const std::string bytes = image.bytes();
+    FileImage::writeBytes(path, bytes.substr(0, bytes.size() - 1));
+    EXPECT_EQ(pages(), (Found{1, 1})) << "a page that cannot be read whole";
+    FileImage::writeBytes(path, bytes.substr(0, pageOffset(1)));
+    EXPECT_EQ(pages(), (Found{1, 3})) << "pages 1 and 2 take no part in the link check";
+    FileImage::writeBytes(path, bytes + std::string(pageSize, 'x'));
+    EXPECT_EQ(pages(), (Found{1, 0})) << "pages that the header does not count are not looked at";
+    EXPECT_EQ(header(), (Found{1, 1}));
+}
+
+TEST_F(ValidateTest, FailedAllocationsEndTheRun)
+{
+    soundFile().write(path);
+    failingAllocation = 1;
+    EXPECT_EQ(pages(), (Found{1, 1}));
+    EXPECT_TRUE(logged.empty());
+    failingAllocation = 2;
+    EXPECT_EQ(pages(), (Found{1, 1}));
+    ASSERT_EQ(logged.size(), 1U);
+    EXPECT_EQ(logged[0], u"kaldbvalidate: dbCheckPages() Could not allocate memory for links\n");
+}
+
+}  // namespace
+
+// In the place of the support library's.
+extern "C" void* kalMemAllocate(std::uint32_t size, const char*, std::uint32_t)
+{
+    return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : std::malloc(size);
+}
+extern "C" void kalMemFree(void* block) { std::free(block); }
