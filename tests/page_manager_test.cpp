@@ -420,6 +420,7 @@ TEST_F(PageManager, GapsThatACrashLeftAreFilledAndLiesAreNot)
         EXPECT_TRUE(count != 0xFFFFFFFF || create("none left") == 12);
         ASSERT_EQ(close(), 0u);
         EXPECT_TRUE(same(file(), fileHeader(count) + page(0, 0, 0, 0, "a")));
+        EXPECT_NE(test::u32At(backup(), 76), count) << "a file that lies is no backup";
     }
 }
 
