@@ -4,6 +4,17 @@
 
 using namespace kaldb;
 
+namespace {
+
+/// What the way to a file fails with, before anything is asked of the file.
+bool couldNotOpen(Status status)
+{
+    return status == Status::fileNotFound || status == Status::accessDenied || status == Status::tooManyFiles ||
+           status == Status::outOfMemory;
+}
+
+}  // namespace
+
 // A close that failed took the handle with it; the file is opened again when it is needed.
 Status KALPageManager::seek(std::uint64_t offset)
 {
@@ -106,6 +117,7 @@ Status KALPageManager::flushSlots(bool cleanOnesToo)
 
 // A failed wait is final for what was written before it: the system may have dropped those pages and will not say so
 // again. Pages that are still in the cache are written anew; without one of them the file can never be called complete.
+// A wait that could not even begin has lost nothing.
 Status KALPageManager::sync()
 {
     if (failed(syncFailure_))
@@ -115,6 +127,8 @@ Status KALPageManager::sync()
         unsynced_ = leftUnsynced_ = false;
         return s;
     }
+    if (couldNotOpen(s))
+        return s;
     if (leftUnsynced_)
         syncFailure_ = s;
     else if (unsynced_)

@@ -1,4 +1,5 @@
-// A directory that lives as long as a test, and whole files in and out of it.
+// A directory that lives as long as a test, and whole files in and out of it. It lies in memory where the system has
+// such a place: the library waits for the disk often.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <unistd.h>
 
 namespace test {
 
@@ -14,7 +16,9 @@ class TempDir {
 public:
     TempDir()
     {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kaldb-test-XXXXXX").string();
+        const bool inMemory = std::getenv("TMPDIR") == nullptr && access("/dev/shm", W_OK) == 0;
+        const std::filesystem::path root = inMemory ? "/dev/shm" : std::filesystem::temp_directory_path();
+        std::string pattern = (root / "kaldb-test-XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("no temporary directory");
         path_ = pattern;
