@@ -1,9 +1,7 @@
 // Copying on POSIX: a temporary file beside the destination, filled, synced, and renamed over it.
 #include "posix.h"
 
-#include <charconv>
 #include <cstddef>
-#include <iterator>
 #include <memory>
 
 #include <fcntl.h>
@@ -60,9 +58,11 @@ std::string temporaryName(const std::string& destination, unsigned attempt)
     std::uint64_t hash = 14695981039346656037u;
     for (std::size_t i = destination.rfind('/') + 1; i < destination.size(); ++i)
         hash = (hash ^ static_cast<unsigned char>(destination[i])) * 1099511628211u;
-    char digits[16];
-    const auto end = std::to_chars(std::begin(digits), std::end(digits), hash, 16).ptr;
-    return directoryOf(destination) + "/.kaltmp-" + std::string{digits, end} + '-' + std::to_string(attempt);
+    std::string name = "/.kaltmp-";
+    for (unsigned shift = 64; shift != 0; shift -= 4)
+        name += "0123456789abcdef"[hash >> (shift - 4) & 15];
+    name += {'-', static_cast<char>('0' + attempt / 10), static_cast<char>('0' + attempt % 10)};
+    return directoryOf(destination) + name;
 }
 
 bool tryLock(const Descriptor& file)
@@ -85,8 +85,8 @@ bool removeAbandoned(const std::string& path)
     if (failed(openDescriptor(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK, 0, file)))
         return false;
     struct stat status {};
-    const bool ours = ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
-    return ours && tryLock(file) && isStill(path, file) && ::unlink(path.c_str()) == 0;
+    const bool regular = ::fstat(file.number(), &status) == 0 && S_ISREG(status.st_mode);
+    return regular && tryLock(file) && isStill(path, file) && ::unlink(path.c_str()) == 0;
 }
 
 // A file under a name of its own beside the destination, removed again unless it takes the destination's.

@@ -117,7 +117,7 @@ Status resolveLinks(std::string& path)
         std::string target;
         if (Status s = readLink(path, target); failed(s))
             return s;
-        path = target.front() == '/' ? target : directoryOf(path) + '/' + target;
+        path = target.front() == '/' ? target : directoryOf(path).append("/").append(target);
     }
     return fromErrno(ELOOP);
 }

@@ -173,7 +173,7 @@ TEST_F(Files, DoWhatTheirModelDoesThroughShortAndInterruptedTransfers)
     std::map<std::string, std::string> model;
     const std::string all[] = {"a", "b", "\xC3\xA4\xF0\x9F\x98\x80", std::string(255, 'n')};
 
-    const auto session = [&](const std::string& name) {
+    const auto useFile = [&](const std::string& name) {
         KALFile* file = nullptr;
         const bool known = model.contains(name);
         const uint32_t mode = below(2) == 0 ? KAL_FILE_READ_WRITE : KAL_FILE_CREATE;
@@ -234,7 +234,7 @@ TEST_F(Files, DoWhatTheirModelDoesThroughShortAndInterruptedTransfers)
         if (below(3) == 0)
             change(all[below(4)], all[below(4)]);
         else
-            session(all[below(4)]);
+            useFile(all[below(4)]);
     }
     for (const std::string& name : all)
         EXPECT_EQ(get(name), model.contains(name) ? model[name] : "(missing)");
@@ -480,6 +480,43 @@ TEST_F(Files, ACopyIsWholeOrHasNotHappened)
         EXPECT_EQ(copy("a", "b"), KAL_SUCCESS);
         EXPECT_EQ(get("b"), original);
     }
+}
+
+TEST_F(Files, NothingIsRenamedBeforeItIsOnDiskNorReportedBeforeItsNameIs)
+{
+    put("a", "contents");
+    std::string calls;
+    fault = [&](const std::string& call) {
+        if (call == "fsync" || call == "copy_file_range" || call == "rename")
+            calls += call + " ";
+        return 0;
+    };
+    EXPECT_EQ(copy("a", "b"), KAL_SUCCESS);
+    EXPECT_EQ(calls, "fsync copy_file_range copy_file_range fsync rename fsync ");
+    calls.clear();
+    fs::create_directory(directory / "other");
+    EXPECT_EQ(rename("b", "other/b"), KAL_SUCCESS);
+    EXPECT_EQ(calls, "rename fsync fsync ") << "both directories";
+}
+
+TEST_F(Files, TwoProcessesMayCopyToOnePlaceAtOnce)
+{
+    put("a", "contents");
+    int other = -1;
+    fault = [&](const std::string& call) {
+        if (call != "rename" || other != -1)
+            return 0;
+        const pid_t child = fork();
+        if (child == 0) {
+            fault = nullptr;
+            _exit(static_cast<int>(copy("a", "b")));
+        }
+        waitpid(child, &other, 0);
+        return 0;
+    };
+    EXPECT_EQ(copy("a", "b"), KAL_SUCCESS);
+    EXPECT_EQ(other, 0) << "the other one neither failed nor took this one's temporary file away";
+    EXPECT_EQ(names(), (std::set<std::string>{"a", "b"}));
 }
 
 TEST_F(Files, AFailedWaitForTheDiskIsNotRepeated)

@@ -8,9 +8,10 @@ namespace {
 
 Bytes typedPage(const Page& page) { return Bytes{page}.last(typedPageSize); }
 
-bool named(Bytes typed, std::uint32_t headerLength, const char* name)
+bool named(Bytes typed, std::uint32_t headerLength, const std::array<char, 4>& name)
 {
-    return readField<std::uint32_t>(typed.data()) == headerLength && std::memcmp(typed.data() + 4, name, 4) == 0;
+    return readField<std::uint32_t>(typed.data()) == headerLength &&
+           std::memcmp(typed.data() + 4, name.data(), name.size()) == 0;
 }
 
 }  // namespace
@@ -18,9 +19,9 @@ bool named(Bytes typed, std::uint32_t headerLength, const char* name)
 PageKind pageKind(const Page& page)
 {
     const Bytes typed = typedPage(page);
-    if (named(typed, sizeof(KALBTreePage), "BTR"))
+    if (named(typed, sizeof(KALBTreePage), btreeTypeName))
         return PageKind::records;
-    if (named(typed, sizeof(KALDBBinaryPage), "BPG"))
+    if (named(typed, sizeof(KALDBBinaryPage), binaryTypeName))
         return PageKind::pieces;
     return PageKind::other;
 }
@@ -29,8 +30,7 @@ std::optional<RecordPage> RecordPage::open(const Page& page)
 {
     const Bytes typed = typedPage(page);
     const auto header = readField<KALBTreePage>(typed.data());
-    if (pageKind(page) != PageKind::records || header.maxCount > typed.size() || header.itemSize > typed.size() ||
-        sizeof header + std::size_t{header.maxCount} * (sizeof(KALBTreeSlot) + header.itemSize) > typed.size())
+    if (pageKind(page) != PageKind::records || btreeBytes(header.maxCount, header.itemSize) > typed.size())
         return std::nullopt;
     return RecordPage{typed, header};
 }
@@ -71,8 +71,7 @@ std::optional<PiecePage> PiecePage::open(const Page& page)
 {
     const Bytes typed = typedPage(page);
     const auto header = readField<KALDBBinaryPage>(typed.data());
-    if (pageKind(page) != PageKind::pieces || header.maxCount > typed.size() || header.slotDataSize > typed.size() ||
-        sizeof header + header.maxCount * (sizeof(KALDBBinarySlot) + header.slotDataSize) > typed.size())
+    if (pageKind(page) != PageKind::pieces || binaryBytes(header.maxCount, header.slotDataSize) > typed.size())
         return std::nullopt;
     return PiecePage{typed, header};
 }

@@ -16,10 +16,7 @@ namespace kaldb::tool {
 using Bytes = std::span<const std::byte>;
 
 inline KALPageHeader commonHeader(const Page& page) { return readField<KALPageHeader>(page.data()); }
-inline KALDBPageLinks pageLinks(const Page& page)
-{
-    return readField<KALDBPageLinks>(page.data(), pageHeaderLength);
-}
+inline KALDBPageLinks pageLinks(const Page& page) { return readField<KALDBPageLinks>(page.data(), pageHeaderLength); }
 
 enum class PageKind { other, records, pieces };
 /// What the typed header calls itself, right or wrong.

@@ -119,7 +119,7 @@ public:
     const char16_t* text() const { return text_.data(); }
 
 private:
-    std::array<char16_t, 512> text_{};
+    std::array<char16_t, 512> text_;  // ended by `add`
     std::size_t used_ = 0;
 };
 

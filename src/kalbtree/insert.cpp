@@ -11,6 +11,37 @@ namespace {
 std::uint64_t slotWord(const KALBTreeSlot* slot) { return readField<std::uint64_t>(slot); }
 constexpr std::uint64_t freeBit = std::uint64_t{btreeSlotFree} << (8 * offsetof(KALBTreeSlot, flags));
 
+/// Where a new leaf goes.
+struct LeafPlace {
+    SlotIndex parent = noSlot;
+    SlotIndex KALBTreeSlot::*link = nullptr;  // of the parent
+    bool wentPrev = false;
+    bool wentNext = false;
+};
+
+Status descend(BTreeParts page, const std::byte* item, Compare compare, LeafPlace& place)
+{
+    SlotIndex current = page.header->root;
+    for (std::uint32_t stepsLeft = page.maxCount; page.has(current); --stepsLeft) {
+        if (stepsLeft == 0)
+            return Status::failure;
+        const std::int32_t order = compare(item, page.item(current));
+        // Branches rather than conditional moves, as in a search.
+        if (order > 0) [[likely]] {
+            place.link = &KALBTreeSlot::next;
+            place.wentNext = true;
+        } else if (order < 0) {
+            place.link = &KALBTreeSlot::prev;
+            place.wentPrev = true;
+        } else {
+            return Status::alreadyExists;
+        }
+        place.parent = current;
+        current = page.slots[current].*place.link;
+    }
+    return current == noSlot ? Status::success : Status::failure;
+}
+
 }  // namespace
 
 SlotIndex btreeFindFreeIndex(BTreeParts page)
@@ -31,41 +62,24 @@ SlotIndex btreeFindFreeIndex(BTreeParts page)
 Status btreeInsertUpdate(BTreeParts page, SlotIndex index, Compare compare)
 {
     static constexpr TraceSource here = btreeSource(u"btreeInsertUpdate");
-    const std::byte* item = page.item(index);
-    SlotIndex parent = noSlot;
-    SlotIndex current = page.header->root;
-    bool wentPrev = false;
-    bool wentNext = false;
-    bool greater = false;
-    for (std::uint32_t stepsLeft = page.maxCount; page.has(current); --stepsLeft) {
-        if (stepsLeft == 0)
-            return Status::failure;
-        const std::int32_t order = compare(item, page.item(current));
-        if (order == 0)
-            return Status::alreadyExists;
-        parent = current;
-        greater = order > 0;
-        wentNext |= greater;
-        wentPrev |= !greater;
-        current = greater ? page.slots[current].next : page.slots[current].prev;
-    }
-    if (current != noSlot)
-        return Status::failure;
+    LeafPlace place;
+    if (Status s = descend(page, page.item(index), compare, place); failed(s))
+        return s;
 
     KALBTreeSlot& slot = page.slots[index];
     slot.prev = slot.next = noSlot;
-    slot.parent = parent;
+    slot.parent = place.parent;
     slot.flags = 0;
-    KAL_TRACE(here, u"inserted node %u, parent %u", index, parent);
-    if (parent != noSlot) {
-        KALBTreeSlot& above = page.slots[parent];
-        (greater ? above.next : above.prev) = index;
-        KAL_TRACE(here, u"parent %u, prev %u, next %u", parent, above.prev, above.next);
+    KAL_TRACE(here, u"inserted node %u, parent %u", index, place.parent);
+    if (place.parent != noSlot) {
+        KALBTreeSlot& parent = page.slots[place.parent];
+        parent.*place.link = index;
+        KAL_TRACE(here, u"parent %u, prev %u, next %u", place.parent, parent.prev, parent.next);
     }
     ++page.header->count;
-    if (!wentNext)
+    if (!place.wentNext)
         page.header->smallest = index;
-    if (!wentPrev)
+    if (!place.wentPrev)
         page.header->largest = index;
     if (page.header->root == noSlot) {
         page.header->root = index;

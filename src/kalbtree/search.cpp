@@ -39,11 +39,16 @@ Status btreeFindItemIndex(BTreeParts page, const void* key, Compare compare, Slo
         if (stepsLeft == 0)
             return Status::failure;
         const std::int32_t order = compare(key, page.item(current));
-        if (order == 0) {
+        // A predicted branch runs ahead of the compare; a conditional move would wait for it at every step. Records
+        // mostly arrive in ascending order, which makes the greater side the likely one.
+        if (order > 0) [[likely]] {
+            current = page.slots[current].next;
+        } else if (order < 0) {
+            current = page.slots[current].prev;
+        } else {
             found = current;
             return Status::success;
         }
-        current = order < 0 ? page.slots[current].prev : page.slots[current].next;
     }
     return current == noSlot ? Status::notFound : Status::failure;
 }

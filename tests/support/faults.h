@@ -2,7 +2,7 @@
 //
 // Include it in exactly one source file of a test program. Its definitions stand before those of the support library,
 // a separate shared library, and forward to them. A failing call does nothing but
-//   kalFileClose    closes all the same: a handle is gone after a failed close
+//   kalFileClose    closes all the same: a handle is gone after a failed close (kalStatsDeinitialize likewise)
 //   kalFileWrite    writes half of the bytes when `torn` is set
 //
 //   faults::reset();
@@ -69,6 +69,12 @@ inline bool struck() { return state().struck; }
 inline std::size_t liveBlocks() { return state().blocks.size(); }
 inline std::size_t openFiles() { return state().files.size(); }
 
+/// Whether the next call of this name meets the fault ahead.
+inline bool strikesNext(const char* call)
+{
+    return state().countdown == 1 && (state().failing == anyCall || state().failing == call);
+}
+
 /// The status that this call must fail with, or 0.
 inline uint32_t verdict(const char* call)
 {
@@ -79,14 +85,11 @@ inline uint32_t verdict(const char* call)
     ++s.calls[anyCall];
     if (s.countdown == 0 || (s.failing != anyCall && s.failing != call))
         return 0;
-    if (s.countdown > 1) {
+    const bool strikes = strikesNext(call);
+    s.struck = s.struck || strikes;
+    if (!strikes || !s.forGood)
         --s.countdown;
-        return 0;
-    }
-    if (!s.forGood)
-        s.countdown = 0;
-    s.struck = true;
-    return s.status;
+    return strikes ? s.status : 0;
 }
 
 template <class Function>
@@ -220,7 +223,12 @@ uint32_t kalStatsInitialize(uint32_t count, const char16_t* const* names, KALSta
     KALDB_FORWARD(kalStatsInitialize, count, names, stats);
 }
 
-uint32_t kalStatsDeinitialize(KALStats* stats) { KALDB_FORWARD(kalStatsDeinitialize, stats); }
+uint32_t kalStatsDeinitialize(KALStats* stats)
+{
+    const uint32_t fault = faults::verdict("kalStatsDeinitialize");
+    const uint32_t status = KALDB_REAL(kalStatsDeinitialize)(stats);
+    return fault != 0 ? fault : status;
+}
 
 uint32_t kalOwnerLockAcquire(const char16_t* path, KALOwnerLock** lock)
 {

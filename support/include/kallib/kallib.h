@@ -7,9 +7,8 @@
  *
  * Calls must not run concurrently with each other. No call keeps a pointer that it was given, except
  * where its comment says so. A null pointer where something is needed is KAL_INVALID_ARGUMENT, and
- * so is a file or lock that has been closed; out parameters are null after a failure that they are
- * given to. No C++ exception leaves the library: one that a callback throws becomes KAL_FAILURE, or
- * KAL_OUT_OF_MEMORY when it says so.
+ * so is a file or lock that has been closed. An out handle is null after a failure. No C++ exception leaves the
+ * library: one that a callback throws becomes KAL_FAILURE, or KAL_OUT_OF_MEMORY when it says so.
  */
 #ifndef KALLIB_KALLIB_H
 #define KALLIB_KALLIB_H

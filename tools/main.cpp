@@ -1,0 +1,69 @@
+// The kaldb command: reads the command line, runs one verb, and turns its end into an exit code.
+
+#include "session.h"
+#include "text.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <exception>
+
+namespace kaldb::tool {
+namespace {
+
+int report(const Failure& failure, bool json)
+{
+    const int exit = static_cast<int>(failure.exit);
+    if (json) {
+        Json error{{"exit", exit}, {"kind", failure.kind}};
+        if (!failure.file.empty())
+            error["file"] = failure.file;
+        error["what"] = failure.what;
+        if (!failure.hint.empty())
+            error["hint"] = failure.hint;
+        std::fputs((dumpJson({{"error", error}}) + "\n").c_str(), stderr);
+        return exit;
+    }
+    const std::string file = failure.file.empty() ? "" : failure.file + ": ";
+    std::fputs(fmt::format("kaldb: {}{}\n", file, failure.what).c_str(), stderr);
+    if (!failure.hint.empty())
+        std::fputs(fmt::format("hint: {}\n", failure.hint).c_str(), stderr);
+    return exit;
+}
+
+int run(int count, char** arguments)
+{
+    Session session;
+    CLI::App app{"Looks into, checks and fills kaldb database files.", "kaldb"};
+    app.require_subcommand(1);
+    app.set_version_flag("--version", KALDB_VERSION);
+    addInfo(app, session);
+    addTables(app, session);
+    addSchema(app, session);
+    addCheck(app, session);
+    addPages(app, session);
+    addGet(app, session);
+    addDump(app, session);
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::Success& answer) {
+        return app.exit(answer);  // help and version
+    } catch (const CLI::ParseError& error) {
+        return report(wrongUse(error.what(), "kaldb --help, or kaldb VERB --help"), session.json);
+    }
+    try {
+        const Exit exit = session.run();
+        session.out.finish();
+        return static_cast<int>(exit);
+    } catch (const Failure& failure) {
+        return report(failure, session.json);
+    } catch (const std::exception& error) {
+        return report({Exit::internal, "fault", {}, fmt::format("a fault of this program: {}", error.what()), {}},
+                      session.json);
+    }
+}
+
+}  // namespace
+}  // namespace kaldb::tool
+
+int main(int count, char** arguments) { return kaldb::tool::run(count, arguments); }

@@ -1,0 +1,236 @@
+#include "schema.h"
+
+#include "failure.h"
+#include "text.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cstring>
+
+namespace kaldb::tool {
+
+namespace {
+
+std::string columnName(const SchemaRecord& record)
+{
+    const char* const end = std::find(record.column, record.column + sizeof record.column, '\0');
+    return {record.column, end};
+}
+
+std::string tableName(const SchemaRecord& record)
+{
+    return utf8({record.table, std::find(record.table, record.table + std::size(record.table), u'\0')});
+}
+
+std::uint32_t fixedWidth(ColumnType type)
+{
+    switch (type) {
+    case ColumnType::boolean: return 1;
+    case ColumnType::integer:
+    case ColumnType::number: return 8;
+    default: return 0;
+    }
+}
+
+constexpr std::array<const char*, 7> typeNames{"table", "bool", "i64", "f64", "char", "text", "bytes"};
+
+/// Adds a row to the schema that it belongs to; false when the row makes no sense there.
+bool addRow(TableSchema& schema, const SchemaRecord& record)
+{
+    const auto ordinal = static_cast<std::size_t>(record.ordinal[0] << 8 | record.ordinal[1]);
+    if (ordinal == 0) {
+        schema.ids = (record.bits & schemaIds) != 0;
+        schema.recordSize = record.width;
+        schema.nullOffset = record.offset;
+        return record.type == 0 && record.keyPosition == schemaVersion;
+    }
+    if (ordinal != schema.columns.size() + 1 || record.type < 1 || record.type >= typeNames.size())
+        return false;
+    schema.columns.push_back({columnName(record), static_cast<ColumnType>(record.type),
+                              (record.bits & schemaNotNull) != 0, (record.bits & schemaHex) != 0, record.offset,
+                              record.width, record.keyPosition});
+    return findInvalidUtf8(schema.columns.back().name) == std::string::npos;
+}
+
+}  // namespace
+
+std::string Column::typeName() const
+{
+    const char* const base = typeNames[static_cast<std::size_t>(type)];
+    return fixedWidth(type) != 0 ? base : fmt::format("{}({})", base, width);
+}
+
+std::vector<std::size_t> TableSchema::keyColumns() const
+{
+    std::vector<std::size_t> keys;
+    for (std::size_t i = 0; i < columns.size(); ++i)
+        if (columns[i].keyPosition != 0)
+            keys.push_back(i);
+    std::sort(keys.begin(), keys.end(),
+              [&](std::size_t a, std::size_t b) { return columns[a].keyPosition < columns[b].keyPosition; });
+    return keys;
+}
+
+std::size_t TableSchema::keyBytes() const
+{
+    std::size_t bytes = 0;
+    for (const Column& column : columns)
+        bytes += column.keyPosition != 0 ? column.width : 0;
+    return bytes;
+}
+
+const Column* TableSchema::find(std::string_view column) const
+{
+    const auto found = std::find_if(columns.begin(), columns.end(), [&](const Column& c) { return c.name == column; });
+    return found == columns.end() ? nullptr : &*found;
+}
+
+std::string TableSchema::fault() const
+{
+    const auto inside = [&](std::uint64_t offset, std::uint64_t bytes) { return offset + bytes <= recordSize; };
+    if (!inside(nullOffset, nullBytes()))
+        return "its null bits lie outside the record";
+    for (const Column& column : columns) {
+        if (fixedWidth(column.type) != 0 && column.width != fixedWidth(column.type))
+            return fmt::format("column '{}' has a wrong width", printable(column.name));
+        if (column.width > recordSize || !inside(column.offset, column.fieldBytes()))
+            return fmt::format("column '{}' lies outside the record", printable(column.name));
+        if (column.name.empty() || find(column.name) != &column)
+            return fmt::format("column name '{}' is empty or occurs twice", printable(column.name));
+    }
+    const std::vector<std::size_t> keys = keyColumns();
+    std::size_t offset = keyOffset();
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const Column& column = columns[keys[i]];
+        if (column.keyPosition != i + 1 || column.offset != offset || column.type == ColumnType::text)
+            return fmt::format("column '{}' has no place in the key", printable(column.name));
+        offset += column.width;
+    }
+    if (keys.empty() || keyBytes() > longestKey)
+        return fmt::format("its key has {} bytes", keyBytes());
+    return {};
+}
+
+Schemas readSchemas(const PageFile& file, const Catalogue& catalogue, const DamageSink& damage)
+{
+    Schemas schemas;
+    const Chain* const table = catalogue.table(schemaTableName);
+    if (table == nullptr)
+        return schemas;
+    if (table->binary() || table->object.recordSize != sizeof(SchemaRecord)) {
+        damage({table->page, table->slot, "schema.size", "the table of schemas has records of a wrong size"});
+        return schemas;
+    }
+    std::map<std::string, Damage, std::less<>> spoiled;
+    walkRecords(
+        file, table->shape(),
+        [&](const Record& bytes) {
+            const auto record = readField<SchemaRecord>(bytes.bytes.data());
+            TableSchema& schema = schemas[tableName(record)];
+            if (!addRow(schema, record))
+                spoiled.try_emplace(tableName(record), Damage{bytes.page, bytes.slot, "schema.row", {}});
+            return true;
+        },
+        damage);
+    for (auto at = schemas.begin(); at != schemas.end();) {
+        TableSchema& schema = at->second;
+        schema.table = at->first;
+        const Chain* const described = catalogue.table(schema.table);
+        std::string fault = spoiled.contains(at->first) ? "its rows make no sense" : schema.fault();
+        if (described == nullptr)
+            fault = "there is no such table";
+        else if (fault.empty() && (described->binary() || described->object.recordSize != schema.recordSize ||
+                                   described->withIds() != schema.ids))
+            fault = "it describes records of another kind";
+        if (fault.empty()) {
+            ++at;
+            continue;
+        }
+        Damage told = spoiled.contains(at->first) ? spoiled[at->first]
+                                                  : Damage{table->object.topPage, noSlot, "schema.fault", {}};
+        told.text = fmt::format("schema of table '{}': {}", printable(at->first), fault);
+        damage(std::move(told));
+        at = schemas.erase(at);
+    }
+    return schemas;
+}
+
+std::vector<SchemaRecord> schemaRecords(const TableSchema& schema)
+{
+    std::vector<SchemaRecord> records;
+    SchemaRecord record{};
+    const std::u16string name = utf16(schema.table);
+    std::copy_n(name.begin(), std::min(name.size(), std::size(record.table) - 1), record.table);
+    record.bits = schema.ids ? schemaIds : 0;
+    record.offset = schema.nullOffset;
+    record.width = schema.recordSize;
+    record.keyPosition = schemaVersion;
+    records.push_back(record);
+    for (const Column& column : schema.columns) {
+        const std::size_t ordinal = records.size();
+        record.ordinal = {static_cast<std::uint8_t>(ordinal >> 8), static_cast<std::uint8_t>(ordinal)};
+        record.type = static_cast<std::uint8_t>(column.type);
+        record.bits = static_cast<std::uint8_t>((column.keyPosition != 0 ? schemaKey : 0) |
+                                                (column.notNull ? schemaNotNull : 0) | (column.hex ? schemaHex : 0));
+        record.offset = column.offset;
+        record.width = column.width;
+        record.keyPosition = column.keyPosition;
+        std::memset(record.column, 0, sizeof record.column);
+        column.name.copy(record.column, longestColumnName);
+        records.push_back(record);
+    }
+    return records;
+}
+
+nlohmann::ordered_json toJson(const TableSchema& schema)
+{
+    nlohmann::ordered_json columns = nlohmann::ordered_json::array();
+    for (const Column& column : schema.columns) {
+        nlohmann::ordered_json json{{"name", column.name}, {"type", typeNames[static_cast<std::size_t>(column.type)]}};
+        if (fixedWidth(column.type) == 0)
+            json["width"] = column.width;
+        if (column.keyPosition != 0)
+            json["key"] = column.keyPosition;
+        if (column.notNull)
+            json["notNull"] = true;
+        if (column.hex)
+            json["hex"] = true;
+        columns.push_back(std::move(json));
+    }
+    return {{"kaldb", 1},
+            {"table", schema.table},
+            {"ids", schema.ids},
+            {"recordSize", schema.recordSize},
+            {"columns", std::move(columns)}};
+}
+
+TableSchema schemaFromJson(const nlohmann::ordered_json& json)
+{
+    TableSchema schema;
+    try {
+        schema.table = json.value("table", "");
+        schema.ids = json.value("ids", false);
+        for (const auto& entry : json.at("columns")) {
+            Column& column = schema.columns.emplace_back();
+            column.name = entry.at("name");
+            const std::string type = entry.at("type");
+            const auto name = std::find(typeNames.begin() + 1, typeNames.end(), type);
+            if (name == typeNames.end())
+                throw wrongUse(fmt::format("schema: column '{}' has the unknown type '{}'", column.name, type));
+            column.type = static_cast<ColumnType>(name - typeNames.begin());
+            column.width = fixedWidth(column.type);
+            if (column.width == 0)
+                column.width = entry.at("width");
+            column.keyPosition = entry.value("key", 0U);
+            column.notNull = entry.value("notNull", false);
+            column.hex = entry.value("hex", false);
+        }
+    } catch (const nlohmann::json::exception& error) {
+        throw wrongUse(fmt::format("schema: {}", error.what()));
+    }
+    return schema;
+}
+
+}  // namespace kaldb::tool

@@ -1,0 +1,172 @@
+// kaldb get FILE TABLE KEY...: rows by key, by a range of keys, by identifier.
+
+#include "rows.h"
+#include "text.h"
+
+#include <fmt/format.h>
+
+namespace kaldb::tool {
+
+namespace {
+
+struct Options {
+    std::string path, table;
+    std::vector<std::string> keys, prefix, from, to, columns;
+    std::vector<std::uint64_t> ids;
+    std::uint64_t limit = UINT64_MAX;
+    std::string format = "table";
+    bool showIds = false;
+    bool dirty = false;
+};
+
+/// Finds records through the identifier index of their table.
+bool findById(const OpenFile& open, const Chain& table, std::uint64_t id, const RecordVisitor& visit,
+              const DamageSink& damage)
+{
+    const Chain* const index = open.catalogue.find(KALDB_OBJECT_INDEX, table.name + "Index");
+    if (!table.withIds() || index == nullptr || index->binary() || index->object.recordSize != sizeof(KALDBIndexRecord))
+        throw wrongUse(fmt::format("table '{}' has no index of identifiers", printable(table.name)));
+    const auto sequence = [](Bytes record) { return readField<KALDBID>(record.data()).sequence; };
+    std::optional<KALDBIndexRecord> found;
+    walkRecords(
+        open.file, index->shape(),
+        [&](const Record& record) {
+            if (sequence(record.bytes) == id)
+                found = readField<KALDBIndexRecord>(record.bytes.data());
+            return false;
+        },
+        damage, [&](Bytes record) { return sequence(record) < id; });
+    if (!found)
+        return false;
+
+    Page bytes;
+    const auto page = open.file.read(found->page, bytes) ? RecordPage::open(bytes) : std::nullopt;
+    if (!page || page->header().itemSize != table.object.recordSize || !page->holds(found->index) ||
+        !page->inUse(found->index) || sequence(page->item(found->index)) != id) {
+        damage({found->page, found->index, "index.wrong", fmt::format("is not the record of identifier {}", id)});
+        return false;
+    }
+    visit({page->item(found->index), found->page, found->index});
+    return true;
+}
+
+/// A key given as so many values; several keys may follow each other.
+std::vector<KeyBytes> exactKeys(const TableSchema& schema, const std::vector<std::string>& values)
+{
+    const std::size_t columns = schema.keyColumns().size();
+    if (values.size() % columns != 0)
+        throw wrongUse(fmt::format("the key of table '{}' has {} columns, but {} values are given",
+                                   printable(schema.table), columns, values.size()),
+                       "--prefix finds rows by the first columns of their key");
+    std::vector<KeyBytes> keys;
+    for (std::size_t i = 0; i < values.size(); i += columns)
+        keys.push_back(makeKey(schema, std::span{values}.subspan(i, columns)));
+    return keys;
+}
+
+RowSelection range(const Options& options, const TableSchema& schema)
+{
+    RowSelection selection;
+    selection.limit = options.limit;
+    if (!options.prefix.empty())
+        selection.from = selection.to = makeKey(schema, options.prefix, /*open=*/true);
+    if (!options.from.empty())
+        selection.from = makeKey(schema, options.from);
+    if (!options.to.empty())
+        selection.to = makeKey(schema, options.to);
+    return selection;
+}
+
+class Getter {
+public:
+    Getter(const Options& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
+        : options_(options), open_(open), rows_(rows), writer_(writer)
+    {
+    }
+
+    Exit run()
+    {
+        writer_.begin();
+        bool all = true;
+        for (const std::uint64_t id : options_.ids)
+            all &= findById(
+                open_, rows_.table(), id,
+                [&](const Record& record) {
+                    rows_.writeOne(record, writer_, damage_);
+                    return true;
+                },
+                damage_);
+        if (!options_.keys.empty() || byRange()) {
+            if (rows_.schema() == nullptr)
+                throw wrongUse(fmt::format("table '{}' has no schema, so that its keys are unknown",
+                                           printable(rows_.table().name)),
+                               "kaldb dump shows its records as hex");
+            const TableSchema& schema = *rows_.schema();
+            for (const KeyBytes& key : exactKeys(schema, options_.keys))
+                all &= rows_.write({key, key, 1}, writer_, damage_) == 1;
+            if (byRange())
+                all &= rows_.write(range(options_, schema), writer_, damage_) > 0;
+        }
+        writer_.end();
+        return all ? Exit::done : Exit::no;
+    }
+
+private:
+    bool byRange() const { return !options_.prefix.empty() || !options_.from.empty() || !options_.to.empty(); }
+
+    const Options& options_;
+    const OpenFile& open_;
+    const TableRows& rows_;
+    RowWriter& writer_;
+    DamageSink damage_ = [this](const Damage& damage) {
+        if (!options_.dirty)
+            failDamaged(open_.file, damage);
+        note(fmt::format("{}: {}", options_.path, describe(damage)));
+    };
+};
+
+Exit get(const Options& options, Session& session)
+{
+    if (options.keys.empty() && options.ids.empty() && options.prefix.empty() && options.from.empty() &&
+        options.to.empty())
+        throw wrongUse("no key is given", "KEY..., --prefix, --from, --to or --id; kaldb dump shows all rows");
+    const Format format = parseFormat(options.format);
+    const OpenFile open{options.path};
+    refuseDirty(open.file, options.dirty);
+    const Chain& table = requireTable(open, options.table);
+    std::vector<Damage> damages;
+    const Schemas schemas =
+        readSchemas(open.file, open.catalogue, [&](Damage damage) { damages.push_back(std::move(damage)); });
+    const TableRows rows{open, table, schemaOf(open, schemas, damages, table)};
+    const auto writer = writerFor(rows, format, options.columns, options.showIds, session.out);
+    return Getter{options, open, rows, *writer}.run();
+}
+
+}  // namespace
+
+void addGet(CLI::App& app, Session& session)
+{
+    CLI::App* const verb = app.add_subcommand("get", "Rows by key");
+    const auto options = std::make_shared<Options>();
+    verb->add_option("FILE", options->path, "Database file")->required();
+    verb->add_option("TABLE", options->table, "Table")->required();
+    verb->add_option("KEY", options->keys, "Values of the key columns, key after key");
+    verb->add_option("--prefix", options->prefix, "Rows whose key begins so; the last value may be cut short")
+        ->expected(1, CLI::detail::expected_max_vector_size);
+    verb->add_option("--from", options->from, "The first key wanted, or its first columns")
+        ->expected(1, CLI::detail::expected_max_vector_size);
+    verb->add_option("--to", options->to, "The last key wanted, or its first columns")
+        ->expected(1, CLI::detail::expected_max_vector_size);
+    verb->add_option("--id", options->ids, "Rows by identifier")->delimiter(',');
+    verb->add_option("--limit", options->limit, "So many rows of a range at most");
+    verb->add_option("--format", options->format, "csv, tsv, jsonl, table or hex")->capture_default_str();
+    verb->add_option("--columns", options->columns, "Only these columns, in this order")->delimiter(',');
+    verb->add_flag("--ids", options->showIds, "Show identifiers");
+    verb->add_flag("--dirty", options->dirty, "Also from a file that is open or was not closed cleanly");
+    verb->callback([&session, options] {
+        session.json = options->format == "jsonl";
+        session.run = [&session, options] { return get(*options, session); };
+    });
+}
+
+}  // namespace kaldb::tool
