@@ -77,6 +77,13 @@ protected:
         });
         return list;
     }
+    void write(const char16_t* name, Block block)
+    {
+        block.fields.data = block.bytes.data();
+        withTable(name, [&](KALDBTable* table) {
+            ASSERT_EQ(kaldbBinaryTableUpdateRecord(table, &block.place, &block.fields), 0u);
+        });
+    }
     /// Slots in use in all pages of both stores.
     long blocksInUse()
     {
@@ -297,10 +304,7 @@ TEST_F(Store, DamagedListsAreRefused)
             ASSERT_EQ(list.size(), 3u);
             Block changed = list[damage.block];
             damage.edit(changed, list);
-            changed.fields.data = changed.bytes.data();
-            withTable(value.table, [&](KALDBTable* table) {
-                ASSERT_EQ(kaldbBinaryTableUpdateRecord(table, &changed.place, &changed.fields), 0u);
-            });
+            write(value.table, changed);
             const size_t live = faults::liveBlocks();
             EXPECT_EQ(value.fetch(), 1u);
             EXPECT_EQ(value.content(), "[3]");
@@ -316,6 +320,23 @@ TEST_F(Store, DamagedListsAreRefused)
         text.assign(pattern(300));
         refused(text);
     }
+    // A ring of one byte under a huge size is noticed at once, not after as many rounds.
+    Value ring{pattern(64)};
+    ASSERT_EQ(ring.store(), 0u);
+    Block block = blocks(ring.table, ring.location())[0];
+    block.fields.totalSize = ring.v.size = 1u << 30;
+    block.fields.length = 1;
+    block.link(block.place);
+    write(ring.table, block);
+    EXPECT_EQ(ring.fetch(), 1u);
+
+    Text unending{8, u"a text in a block"};
+    ASSERT_EQ(unending.store(), 0u);
+    block = blocks(unending.table, unending.location())[0];
+    block.bytes[unending.s.length] = '!';
+    write(unending.table, block);
+    EXPECT_EQ(unending.fetch(), 1u);
+    EXPECT_EQ(unending.content(), "[3]");
 }
 
 TEST_F(Store, EveryCallFailedOnce)

@@ -147,6 +147,9 @@ TEST(Variant, OnlyTheStructureThatAllocatedABlockFreesIt)
         copy.v.size = original.v.size + 1;
         EXPECT_EQ(copy.get(), "[3]");
         EXPECT_EQ(copy.pointer(), nullptr);
+        copy = original;
+        copy.v.data = &copy;
+        EXPECT_EQ(copy.get(), "[3]") << "the right handle with the wrong pointer";
 
         Value inlineValue{"inline"};
         copy = inlineValue;
