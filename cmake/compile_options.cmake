@@ -12,8 +12,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
 add_library(kaldb_options INTERFACE)
 target_compile_options(kaldb_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
-  -Wcast-align -Woverloaded-virtual -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 target_compile_definitions(kaldb_options INTERFACE
   _FILE_OFFSET_BITS=64 $<$<BOOL:${KALDB_TRACE}>:KALDB_TRACE>)
 if(KALDB_SANITIZE)

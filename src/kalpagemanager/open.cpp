@@ -131,7 +131,8 @@ Status KALPageManager::putHeaderBack()
 }
 
 // A crash can leave more pages in the file than its header counts. They may belong to somebody, so new pages come after
-// them, also after a last one that was cut off. It can as well leave fewer: those are the gap.
+// them, also after a last one that was cut off. It can as well leave fewer: those are the gap. A header that counts
+// more than a cache could have held back tells no truth, and its file is not worth a backup.
 void KALPageManager::countPagesOfFile(std::uint64_t size)
 {
     const std::uint64_t bytes = size <= fileHeaderLength ? 0 : size - fileHeaderLength;
@@ -143,4 +144,6 @@ void KALPageManager::countPagesOfFile(std::uint64_t size)
     gapBegin_ = asCount(bytes / pageSize);
     gapEnd_ = header_.pagesInFile;
     tornBytes_ = static_cast<std::uint32_t>(bytes % pageSize);
+    if (gapBegin_ < gapEnd_ && !hasGap())
+        noteDamage();
 }

@@ -83,6 +83,8 @@ public:
     bool isPageLocked(const std::byte* body) const;
 
 private:
+    static constexpr PageNumber largestGap = PageNumber{1} << 21;  // pages: the largest cache, rounded up
+
     Status openFile(std::uint32_t& created);
     Status buildCache(std::uint32_t cacheBytes);
     Status adoptFile();
@@ -104,6 +106,8 @@ private:
 
     void resetReferences();
     Status closeFile();
+    /// Pages to fill in. A gap wider than the largest cache is none: nothing like it was ever held back.
+    bool hasGap() const { return gapBegin_ < gapEnd_ && gapEnd_ - gapBegin_ <= largestGap; }
     Status fillGap();
     Status markClean();
     Status markDirty();

@@ -161,23 +161,21 @@ Status KALPageManager::writeComplete()
 {
     if (Status s = flushSlots(false); failed(s))
         return s;
-    if (Status s = fillGap(); failed(s))
-        return s;
+    if (hasGap())
+        if (Status s = fillGap(); failed(s))
+            return s;
     if (unsynced_)
         if (Status s = sync(); failed(s))
             return s;
-    gapBegin_ = gapEnd_;
+    if (hasGap())
+        gapBegin_ = gapEnd_;
     return Status::success;
 }
 
 // Pages that the header counts and a crash kept from the file: without them its length would never fit its header
-// again. A load refuses what stands there instead. A header that counts more than the largest cache could have held
-// back tells no truth; such a file stays as it is.
+// again. A load refuses what stands there instead.
 Status KALPageManager::fillGap()
 {
-    constexpr PageNumber largestCache = PageNumber{1} << 21;
-    if (gapBegin_ >= gapEnd_ || gapEnd_ - gapBegin_ > largestCache)
-        return Status::success;
     Memory page = allocateMemory(pageSize, sourceFile);
     if (!page)
         return Status::outOfMemory;
