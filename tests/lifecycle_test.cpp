@@ -1,6 +1,6 @@
 // Opening and closing in one process, the statuses of tables, and the list of tables.
 
-#include "kaldbroot/layout.h"
+#include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
 #include "support/database.h"
 #include "support/faults.h"
@@ -384,6 +384,20 @@ TEST(Tables, WorkWithoutTheirIndexAndWithOneThatDisagrees)
     EXPECT_EQ(record.key, 7);
     EXPECT_EQ(kaldbTableDeleteRecordByID(table.handle(), &id), 0U);
     EXPECT_EQ(kaldbTableDeleteRecordByID(table.handle(), &id), test::notFound);
+}
+
+TEST(Tables, TakeNoIndexChangesFromAnotherDatabase)
+{
+    Database database;
+    Table table{database, u"T", 32};
+    table.close();
+    kaldb::KALDBIndex* index = nullptr;
+    ASSERT_EQ(kaldb::kaldbIndexOpen(u"TIndex", index), kaldb::Status::success);
+    kaldb::keepPendingChange(*index->chain, KALDBIndexRecord{{0xFFFF, 0, 0, 5}, 3, 0, 0});
+    EXPECT_EQ(database.close(), 0U);
+    database.open();
+    EXPECT_FALSE(kaldb::hasPendingChanges(*index->chain));
+    EXPECT_EQ(kaldb::kaldbIndexClose(index), kaldb::Status::success);
 }
 
 TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
