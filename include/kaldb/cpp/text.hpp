@@ -52,7 +52,7 @@ inline std::string to_utf8(std::u16string_view wide)
             continue;
         }
         const unsigned more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;  // bytes that follow the first
-        put((0xF00U >> more & 0xFFU) | point >> 6 * more);
+        put((0xFF00U >> (more + 1) & 0xFFU) | point >> 6 * more);
         for (unsigned byte = more; byte-- > 0;)
             put(0x80U | (point >> 6 * byte & 0x3FU));
     }
