@@ -18,6 +18,9 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/kaldbConfigVersion.
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kaldbConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/kaldbConfigVersion.cmake
   DESTINATION ${kaldb_package_dir})
 
+# Relative, so that an installed tree may be moved or installed with another prefix.
+file(RELATIVE_PATH kaldb_pc_prefix "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+string(REGEX REPLACE "/$" "" kaldb_pc_prefix "\${pcfiledir}/${kaldb_pc_prefix}")
 foreach(package IN ITEMS kallib kaldb)
   configure_file(cmake/${package}.pc.in ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc @ONLY)
   install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

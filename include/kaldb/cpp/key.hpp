@@ -74,7 +74,7 @@ inline constexpr bool is_byte_array<std::array<T, N>> = is_byte<T>;
 /// Floating point is left out: NaN has no place in an order.
 template <class Field>
 concept key_field = is_text_array<Field> || is_byte_array<Field> || std::integral<Field> || std::is_enum_v<Field> ||
-    std::same_as<Field, id>;
+    std::same_as<Field, id> || std::same_as<Field, ordered_int64>;
 
 template <class T>
 T read_at(const void* bytes) noexcept

@@ -1,6 +1,7 @@
 // Where the library's log lines go.
 #pragma once
 
+#include <kaldb/cpp/text.hpp>
 #include <kallib/kallib.h>
 
 #include <cstddef>
@@ -24,31 +25,6 @@ enum class log_level : std::uint32_t {
 using log_receiver = std::function<void(log_level, std::string_view)>;
 
 namespace detail {
-
-/// Never fails: half a surrogate pair becomes the replacement character.
-inline std::string to_utf8(std::u16string_view wide)
-{
-    std::string text;
-    text.reserve(wide.size());
-    const auto put = [&text](std::uint32_t value) { text.push_back(static_cast<char>(value)); };
-    for (std::size_t i = 0; i < wide.size(); ++i) {
-        std::uint32_t point = wide[i];
-        const bool high = point >= 0xD800 && point < 0xDC00;
-        if (high && i + 1 < wide.size() && wide[i + 1] >= 0xDC00 && wide[i + 1] < 0xE000)
-            point = 0x10000 + ((point - 0xD800) << 10) + (std::uint32_t{wide[++i]} - 0xDC00);
-        else if (point >= 0xD800 && point < 0xE000)
-            point = 0xFFFD;
-        if (point < 0x80) {
-            put(point);
-            continue;
-        }
-        const unsigned more = point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;  // bytes that follow the first
-        put((0xF00U >> more & 0xFFU) | point >> 6 * more);
-        for (unsigned byte = more; byte-- > 0;)
-            put(0x80U | (point >> 6 * byte & 0x3FU));
-    }
-    return text;
-}
 
 struct log_state {
     std::shared_ptr<const log_receiver> receiver;  // null: the library's default

@@ -83,11 +83,19 @@ struct record_shape {
 
 /// Owns an open table. Records are `size` bytes at any address; a key is a record whose key fields are set.
 ///
-/// Names are UTF-8, at most 31 UTF-16 units, 26 with identifiers. Close tables, and end walks, before the database is
-/// closed: afterwards every operation fails with errc::not_open.
+/// Names are UTF-8, at most 31 UTF-16 units, 26 with identifiers. When the database or the table is closed under them,
+/// operations and walks fail with errc::not_open or errc::invalid_argument.
 class raw_table {
 public:
     raw_table() noexcept = default;
+    raw_table(raw_table&&) noexcept = default;
+    raw_table& operator=(raw_table&& other) noexcept
+    {
+        close();
+        table_ = std::move(other.table_);
+        return *this;
+    }
+    ~raw_table() { close(); }
 
     /// Opens a table; errc::not_found when there is none, errc::invalid_argument when its records are of another size
     /// or kind than `shape` says.
@@ -95,7 +103,8 @@ public:
     {
         raw_table table;
         std::string phrase;
-        detail::check(table.start(db, name, shape, phrase), "open table", name, phrase);
+        const std::uint32_t status = table.start(db, name, shape, phrase);
+        detail::check(status, "open table", name, phrase);
         return table;
     }
     static raw_table open(database& db, std::string_view name, const record_shape& shape, std::error_code& error)
@@ -166,11 +175,11 @@ public:
     /// Deletes all records for which `compare` answers 0.
     void erase_all(const void* key, KALBTreeCompare compare)
     {
-        detail::check(kaldbTableDeletePartialPK(handle(), key, compare), "erase from", name());
+        detail::check(removalOfAll(key, compare), "erase from", name());
     }
     void erase_all(const void* key, KALBTreeCompare compare, std::error_code& error)
     {
-        detail::report(kaldbTableDeletePartialPK(handle(), key, compare), error);
+        detail::report(removalOfAll(key, compare), error);
     }
 
     /// Copies the record of this key; false when there is none. `record` may be `key`.
@@ -208,34 +217,33 @@ public:
         return walkOf(key, compare, purpose, &error);
     }
 
-    void close() noexcept { table_.reset(); }
+    /// Walks that are still under way fail from now on.
+    void close() noexcept
+    {
+        if (table_)
+            table_->close();
+        table_.reset();
+    }
     explicit operator bool() const noexcept { return table_ != nullptr; }
-    const std::string& name() const noexcept { return state().name; }
-    std::uint32_t record_size() const noexcept { return state().record_size; }
-    bool identifiers() const noexcept { return state().identifiers; }
+    std::string_view name() const noexcept { return table_ ? std::string_view{table_->name} : std::string_view{}; }
+    std::uint32_t record_size() const noexcept { return table_ ? table_->record_size : 0; }
+    bool identifiers() const noexcept { return table_ && table_->identifiers; }
     /// For calls of the C interface; null when nothing is open.
     KALDBTable* native_handle() const noexcept { return handle(); }
     /// What walks are made from; of an object that owns nothing, a table that is not open.
-    const detail::open_table& state() const noexcept
+    const std::shared_ptr<detail::open_table>& state() const
     {
-        static const detail::open_table none{};
-        return table_ ? *table_ : none;
+        static const auto none = std::make_shared<detail::open_table>();
+        return table_ ? table_ : none;
     }
 
     /// Finds every record equal: the comparison of a walk through the whole table.
     static std::int32_t every(const void*, const void*) noexcept { return 0; }
 
 private:
-    struct close_table {
-        void operator()(detail::open_table* table) const noexcept
-        {
-            if (table->handle != nullptr)
-                static_cast<void>(kaldbTableClose(table->handle));
-            delete table;
-        }
-    };
-
-    KALDBTable* handle() const noexcept { return state().handle; }
+    /// Whether a walk is under way: records must then stay where they are.
+    bool walked() const noexcept { return table_ && table_->reading + table_->updating > 0; }
+    KALDBTable* handle() const noexcept { return table_ ? table_->handle : nullptr; }
 
     static std::uint32_t make(database& db, std::string_view name, const record_shape& shape)
     {
@@ -254,15 +262,14 @@ private:
         detail::table_name wide;
         if (const std::uint32_t status = detail::to_table_name(name, wide); status != KALDB_SUCCESS)
             return status;
-        std::unique_ptr<detail::open_table, close_table> opened{
-            new detail::open_table{nullptr, shape.size, shape.identifiers, std::string{name}}};
+        const auto opened = std::make_shared<detail::open_table>(shape.size, shape.identifiers, name);
         KALDBChainCallbacks callbacks{};
         callbacks.compare = shape.compare;
         std::uint32_t status = kaldbTableOpen(db.native_handle(), wide.units, &callbacks, &opened->handle);
         if (status == KALDB_SUCCESS)
             status = compareShapes(db, wide, shape, phrase);
         if (status == KALDB_SUCCESS)
-            table_ = std::move(opened);
+            table_ = opened;
         return status;
     }
 
@@ -297,6 +304,8 @@ private:
     /// follows would write it over the stored one.
     std::uint32_t insertion(void* record)
     {
+        if (walked())
+            return KALDB_LOCK_CONFLICT;
         if (!identifiers())
             return kaldbTableInsertRecord(handle(), record, 0, nullptr);
         id before;
@@ -309,6 +318,8 @@ private:
 
     std::uint32_t overwriting(void* record)
     {
+        if (table_ && table_->reading > 0)
+            return KALDB_LOCK_CONFLICT;
         if (identifiers()) {
             id given;
             std::memcpy(&given, record, sizeof given);
@@ -325,13 +336,19 @@ private:
     // The library takes keys as if it wrote to them, for the callbacks of tables that have some; these have none.
     std::uint32_t removal(const void* key)
     {
-        return kaldbTableDeleteRecord(handle(), const_cast<void*>(key), 0, nullptr);
+        return walked() ? std::uint32_t{KALDB_LOCK_CONFLICT}
+                        : kaldbTableDeleteRecord(handle(), const_cast<void*>(key), 0, nullptr);
     }
 
     std::uint32_t removalByID(const id& wanted)
     {
         const KALDBID identifier = plain(wanted);
-        return kaldbTableDeleteRecordByID(handle(), &identifier);
+        return walked() ? std::uint32_t{KALDB_LOCK_CONFLICT} : kaldbTableDeleteRecordByID(handle(), &identifier);
+    }
+
+    std::uint32_t removalOfAll(const void* key, KALBTreeCompare compare)
+    {
+        return walked() ? std::uint32_t{KALDB_LOCK_CONFLICT} : kaldbTableDeletePartialPK(handle(), key, compare);
     }
 
     std::uint32_t query(const void* key, void* record) const
@@ -355,7 +372,7 @@ private:
         return {state(), compare, std::move(probe), purpose, error};
     }
 
-    std::unique_ptr<detail::open_table, close_table> table_;
+    std::shared_ptr<detail::open_table> table_;
 };
 
 }  // namespace kaldb

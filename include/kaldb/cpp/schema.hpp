@@ -196,7 +196,8 @@ template <class Table, auto Nulls>
 void describe(database& db, std::string_view table, const std::vector<schema_column>& columns)
 {
     std::string phrase;
-    detail::check(detail::describe_table<Table, Nulls>(db, table, columns, phrase), "describe table", table, phrase);
+    const std::uint32_t status = detail::describe_table<Table, Nulls>(db, table, columns, phrase);
+    detail::check(status, "describe table", table, phrase);
 }
 template <class Table, auto Nulls>
 void describe(database& db, std::string_view table, const std::vector<schema_column>& columns, std::error_code& error)

@@ -33,7 +33,7 @@ public:
     {
         string_.head.capacity = sizeof string_.area;
     }
-    long_text() { kaldbVarStringAllocate(sizeof string_.area, &string_.head); }
+    long_text() : long_text(KALDBVarString{0, 0, nowhere}) {}
     ~long_text() { kaldbVarStringDelete(&string_.head); }
     long_text(const long_text&) = delete;
     long_text& operator=(const long_text&) = delete;

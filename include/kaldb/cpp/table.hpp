@@ -81,8 +81,8 @@ std::int32_t not_below(const void* probe, const void* stored)
 /// 2 KiB takes 10 or more; above 487 fewer than 4, and records outside the range of every page then start pages of
 /// their own.
 ///
-/// Walks copy records out and hold a lock on one page at a time; see kaldb::walk_for for what may be changed meanwhile.
-/// About 20 pages can be locked at a time by all walks together. A walk must not outlive its table.
+/// Walks copy records out, and hold a lock on one page at a time. While one is under way the table does not change, or
+/// by updates only: see kaldb::walk_for. About 20 pages can be locked at a time by all walks together.
 template <class Record, class Order>
 class table {
     static_assert(std::is_trivially_copyable_v<Record>, "records are kept byte by byte");
@@ -280,7 +280,7 @@ public:
 
     void close() noexcept { raw_.close(); }
     explicit operator bool() const noexcept { return static_cast<bool>(raw_); }
-    const std::string& name() const noexcept { return raw_.name(); }
+    std::string_view name() const noexcept { return raw_.name(); }
     KALDBTable* native_handle() const noexcept { return raw_.native_handle(); }
 
 private:
