@@ -1,10 +1,10 @@
 #include "schema.h"
 
 #include "failure.h"
+#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
