@@ -136,23 +136,22 @@ namespace {
 
 constexpr TraceSource insertion = chainSource(u"kaldbInsertChainRecord");
 
-/// Stamps the chain's next identifier into the record. A failure leaves the record's own identifier as it was.
-void stampIdentifier(const KALDBChain& chain, void* record, KALDBID& id)
+/// Stamps the chain's next identifier into the record. Where none is to be had the record gets the zero identifier:
+/// whatever stood there could be another record's, and the index would take the one for the other.
+KALDBID stampIdentifier(const KALDBChain& chain, void* record)
 {
-    if (Status s = kaldbGetNextObjectID(chain.kind, chain.name, id); failed(s)) {
+    KALDBID id = zeroIdentifier();
+    if (Status s = kaldbGetNextObjectID(chain.kind, chain.name, id); failed(s))
         KAL_TRACE(insertion, s, u"could not retrieve next record ID");
-        return;
-    }
     auto stamped = readField<KALDBID>(record);
     kaldbIDCopy(&stamped, &id);
     writeField(record, 0, stamped);
+    return id;
 }
 
 Status insertIntoPage(const KALDBChain& chain, const ChainPage& page, void* record, KALDBIndexRecord* locator)
 {
-    KALDBID id = zeroIdentifier();
-    if (chain.carriesIdentifiers())
-        stampIdentifier(chain, record, id);
+    const KALDBID id = chain.carriesIdentifiers() ? stampIdentifier(chain, record) : zeroIdentifier();
     SlotIndex index = noSlot;
     if (Status s = page.tree().insert(record, chain.callbacks.compare, index); failed(s)) {
         if (s == Status::alreadyExists)

@@ -144,6 +144,7 @@ Status deinitialize(KALDBDatabase* handle)
     if (openDatabase.handle != nullptr && handle != openDatabase.handle)
         return Status::invalidArgument;
     kaldbDeinitializeSystemTables(handle);
+    settleTableIndexes();
     const Status status = closeStorage();
     Handle<KALDBDatabase>{openDatabase.handle}.reset();
     openDatabase.handle = nullptr;
@@ -170,7 +171,12 @@ uint32_t kaldbDeinitialize(KALDBDatabase* handle)
 
 uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase*)
 {
-    return guarded([] { return insideChainOperation() ? Status::lockConflict : kaldbBackupStorage(); });
+    return guarded([] {
+        if (insideChainOperation())
+            return Status::lockConflict;
+        settleTableIndexes();
+        return kaldbBackupStorage();
+    });
 }
 
 uint32_t kaldbForgetHandle(void* handle)

@@ -6,6 +6,7 @@
 #include "common/memory.h"
 #include "common/trace.h"
 #include "kaldbchain/chain.h"
+#include "kaldbindex/pending_changes.h"
 #include "kaldbroot/root_object.h"
 
 #include <kaldb/identifiers.h>
@@ -58,10 +59,40 @@ Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index)
     return Status::success;
 }
 
+namespace {
+
+/// Brings the index in step with where the record is, whatever it says so far.
+Status applyChange(KALDBChain& index, const KALDBIndexRecord& change)
+{
+    KALDBIndexRecord locator = change;
+    if (locator.page == noPage) {
+        const Status status = kaldbDeleteChainRecord(index, &locator, nullptr);
+        return status == Status::notFound ? Status::success : status;
+    }
+    const Status status = kaldbInsertChainRecord(index, &locator, nullptr);
+    return status == Status::alreadyExists ? kaldbUpdateChainRecord(index, &locator) : status;
+}
+
+/// Changes that had to wait go first, so that an identifier's changes stay in order.
+void settle(KALDBIndex& index)
+{
+    if (hasPendingChanges(*index.chain))
+        settlePendingChanges(*index.chain, applyChange);
+}
+
+/// Whether the chain's answer leaves the index out of step, so that the change has to wait.
+bool mustWait(Status status)
+{
+    return failed(status) && status != Status::alreadyExists && status != Status::notFound && status != Status::notOpen;
+}
+
+}  // namespace
+
 Status kaldbIndexClose(KALDBIndex* index)
 {
     constexpr TraceSource here = indexSource(u"kaldbIndexClose");
     const Handle<KALDBIndex> owner{index};
+    settle(*index);
     if (Status s = kaldbCloseChain(index->chain); failed(s))
         KAL_TRACE(here, s, u"could not close index");
     else
@@ -69,24 +100,52 @@ Status kaldbIndexClose(KALDBIndex* index)
     return Status::success;
 }
 
+void kaldbIndexSettle(KALDBIndex& index) { settle(index); }
+
 Status kaldbIndexInsertRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
-    return kaldbInsertChainRecord(*index.chain, &locator, nullptr);
+    settle(index);
+    const Status status = kaldbInsertChainRecord(*index.chain, &locator, nullptr);
+    if (mustWait(status))
+        keepPendingChange(*index.chain, locator);
+    return status;
 }
 
 Status kaldbIndexUpdateRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
-    return kaldbUpdateChainRecord(*index.chain, &locator);
+    if (findPendingChange(*index.chain, locator.id) != nullptr) {
+        keepPendingChange(*index.chain, locator);
+        settle(index);
+        return Status::success;
+    }
+    const Status status = kaldbUpdateChainRecord(*index.chain, &locator);
+    if (mustWait(status))
+        keepPendingChange(*index.chain, locator);
+    return status;
 }
 
 Status kaldbIndexDeleteRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
-    return kaldbDeleteChainRecord(*index.chain, &locator, nullptr);
+    settle(index);
+    const bool waited = findPendingChange(*index.chain, locator.id) != nullptr;
+    const Status status = kaldbDeleteChainRecord(*index.chain, &locator, nullptr);
+    if (mustWait(status) || waited) {
+        KALDBIndexRecord deleted = emptyLocator();
+        kaldbIDCopy(&deleted.id, &locator.id);
+        keepPendingChange(*index.chain, deleted);
+    }
+    return waited && status == Status::notFound ? Status::success : status;
 }
 
 Status kaldbIndexGetRecord(KALDBIndex& index, const KALDBID& id, KALDBIndexRecord& locator)
 {
     constexpr TraceSource here = indexSource(u"kaldbIndexGetRecord");
+    if (const PendingChange* change = findPendingChange(*index.chain, id)) {
+        if (change->deleted())
+            return Status::notFound;
+        locator = change->locator;
+        return Status::success;
+    }
     KALDBIndexRecord key{};
     kaldbIDCopy(&key.id, &id);
     const Status status = kaldbQueryChainPrimaryKey(*index.chain, &key, &locator);

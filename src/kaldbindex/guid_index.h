@@ -1,4 +1,7 @@
 // The identifier index of a table: a chain of locators in the order of their identifiers.
+//
+// A change that fails is returned as failed, and kept until it can be made: a record stays findable by its identifier
+// although the index's page could not be written just then.
 #pragma once
 
 #include "common/status.h"
@@ -17,6 +20,9 @@ Status kaldbindexCreate(const char16_t* name);
 Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index);
 /// Frees the handle whatever happens; always succeeds.
 Status kaldbIndexClose(KALDBIndex* index);
+
+/// Makes changes that had to wait, as far as that is possible now.
+void kaldbIndexSettle(KALDBIndex& index);
 
 /// `alreadyExists` for an identifier that is there.
 Status kaldbIndexInsertRecord(KALDBIndex& index, KALDBIndexRecord locator);

@@ -27,8 +27,8 @@ Status kaldbGetRootObject(std::int32_t kind, const char16_t* name, KALDBRootObje
 Status kaldbGetChainTopPage(std::int32_t kind, const char16_t* name, PageNumber& page);
 Status kaldbGetChainFirstPage(std::int32_t kind, const char16_t* name, PageNumber& page);
 
-/// Hands out the chain's next identifier. Where a table list keeps the counter from being stored, the process keeps
-/// it and stores it later, so that no identifier is handed out twice.
+/// Hands out the chain's next identifier. A counter that cannot be stored now (a table list may hold its page) is kept
+/// by the process and stored later, so that no identifier is handed out twice.
 Status kaldbGetNextObjectID(std::int32_t kind, const char16_t* name, KALDBID& id);
 /// Stores the counters that are waiting, whoever reads their pages. The first failure is the result.
 Status storeWaitingCounters();

@@ -1,4 +1,4 @@
-// Handing out identifiers, and the counters that wait for their page.
+// Handing out identifiers, and the counters that wait until their page can be written.
 
 #include "common/memory.h"
 #include "common/trace.h"
@@ -108,12 +108,12 @@ Status kaldbGetNextObjectID(std::int32_t kind, const char16_t* name, KALDBID& id
     if (Status s = asStatus(kaldbIDCopy(&id, &object.nextID)); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve unique ID for '%s'", name);
     kaldbIDIncrement(&object.nextID);
-    Status status = kaldbUpdateRootObject(object);
-    if (status == Status::lockConflict)
-        status = keepWaitingCounter(object);
-    if (failed(status))
-        return KAL_TRACE(here, status, u"could not update root data for '%s'", name);
-    return Status::success;
+    const Status status = kaldbUpdateRootObject(object);
+    if (ok(status))
+        return status;
+    KAL_TRACE(here, status, u"could not update root data for '%s'", name);
+    // The identifier is good as long as the counter is not forgotten.
+    return keepWaitingCounter(object);
 }
 
 }  // namespace kaldb

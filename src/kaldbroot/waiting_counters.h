@@ -1,4 +1,5 @@
-// Identifier counters that could not be stored yet, because a table list keeps their page from being written.
+// Identifier counters that could not be stored yet: a table list keeps their page from being written, or the page could
+// not be read or written just then.
 #pragma once
 
 #include "common/status.h"

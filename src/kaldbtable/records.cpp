@@ -11,6 +11,15 @@ namespace {
 
 constexpr TraceSource tableSource(const char16_t* operation) { return {u"kaldbtable: ", operation}; }
 
+/// Takes the record's identifier out of the index. One that is not there is as good as taken out.
+Status forgetIdentifier([[maybe_unused]] const TraceSource& here, KALDBIndex& index, const KALDBIndexRecord& locator)
+{
+    const Status status = kaldbIndexDeleteRecord(index, locator);
+    if (failed(status))
+        KAL_TRACE(here, status, u"could not delete index record");
+    return status == Status::notFound ? Status::success : status;
+}
+
 /// `notSupported` on a table without identifiers, `notOpen` when its index could not be opened.
 Status requireIndex(const KALDBTable& table)
 {
@@ -50,9 +59,7 @@ Status deleteTableRecord(KALDBTable& table, void* key, KALDBID* id)
         return Status::success;
     if (id != nullptr)
         kaldbIDCopy(id, &locator.id);
-    if (Status s = kaldbIndexDeleteRecord(*table.index, locator); failed(s))
-        return KAL_TRACE(here, s, u"could not delete index record");
-    return Status::success;
+    return forgetIdentifier(here, *table.index, locator);
 }
 
 Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id)
@@ -65,12 +72,12 @@ Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id)
         return s == Status::notFound ? s : KAL_TRACE(here, s, u"could not retrieve index record");
     if (Status s = kaldbDeleteChainRecordByID(*table.chain, locator); failed(s))
         return s;
-    if (Status s = kaldbIndexDeleteRecord(*table.index, locator); failed(s))
-        return KAL_TRACE(here, s, u"could not delete index record");
-    return Status::success;
+    return forgetIdentifier(here, *table.index, locator);
 }
 
 namespace {
+
+constexpr TraceSource partialDeletion = tableSource(u"kaldbTableDeletePartialPK");
 
 struct IndexCleaning {
     KALDBIndex* index;
@@ -82,22 +89,19 @@ void deleteIndexRecord(void* context, const KALDBID& id)
     auto& cleaning = *static_cast<IndexCleaning*>(context);
     KALDBIndexRecord locator = emptyLocator();
     kaldbIDCopy(&locator.id, &id);
-    keepFirst(cleaning.status, kaldbIndexDeleteRecord(*cleaning.index, locator));
+    keepFirst(cleaning.status, forgetIdentifier(partialDeletion, *cleaning.index, locator));
 }
 
 }  // namespace
 
 Status deleteTableRecordsByPartialKey(KALDBTable& table, const void* key, KALBTreeCompare compare)
 {
-    constexpr TraceSource here = tableSource(u"kaldbTableDeletePartialPK");
     if (table.index == nullptr)
         return kaldbDeleteChainPartialKey(*table.chain, key, compare);
     IndexCleaning cleaning{table.index};
     if (Status s = kaldbDeleteChainPartialKey(*table.chain, key, compare, {deleteIndexRecord, &cleaning}); failed(s))
         return s;
-    if (failed(cleaning.status))
-        return KAL_TRACE(here, cleaning.status, u"could not delete index record");
-    return Status::success;
+    return cleaning.status;
 }
 
 Status queryTableByID(KALDBTable& table, const KALDBID& id, void* record)

@@ -179,6 +179,13 @@ Status kaldbTableClose(KALDBTable* table)
     return Status::success;
 }
 
+void settleTableIndexes()
+{
+    for (KALDBTable* table = openTables; table != nullptr; table = table->nextOpen)
+        if (table->index != nullptr)
+            kaldbIndexSettle(*table->index);
+}
+
 void forgetTable(const void* handle)
 {
     if (isOpen(handle))

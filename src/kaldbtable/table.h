@@ -24,6 +24,9 @@ Status kaldbTableClose(KALDBTable* table);
 /// Takes a handle out of the list of open tables without closing anything: its memory is about to go.
 void forgetTable(const void* handle);
 
+/// Brings the indexes of the open tables in step, as far as that is possible now.
+void settleTableIndexes();
+
 Status insertTableRecord(KALDBTable& table, void* record, KALDBID* id);
 Status deleteTableRecord(KALDBTable& table, void* key, KALDBID* id);
 Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id);

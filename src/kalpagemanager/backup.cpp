@@ -107,7 +107,7 @@ Status moveAside(const char16_t* backup, Memory& aside)
 }  // namespace
 
 // A query that fails counts as an existing backup.
-Status KALPageManager::backup(const char16_t* path)
+Status KALPageManager::backup(const char16_t* path, const char16_t* shownPath)
 {
     const Memory name = backupName(path);
     if (!name)
@@ -123,20 +123,23 @@ Status KALPageManager::backup(const char16_t* path)
     if (ok(s)) {
         if (aside)
             ignore(asStatus(kalFileDeleteW(asName(aside))));
-        here.debug(u"backed-up '%s'", path);
+        here.debug(u"backed-up '%s'", shownPath);
         return s;
     }
-    here.error(s, u"could not backup database '%s'", path);
+    here.error(s, u"could not backup database '%s'", shownPath);
     if (aside && ok(asStatus(kalFileRename(asName(aside), asName(name)))))
         verbatim.warning(u"Backup repository will be out of date!");
     return s;
 }
 
+Status KALPageManager::backup(const char16_t* path) { return backup(path, path); }
+
+// The backup lies beside the file, wherever the process has gone since.
 Status KALPageManager::backupUnlessDamaged() const
 {
     if (damaged_)
         return here.error(Status::damaged, u"could not backup database '%s'", location());
-    return backup(location());
+    return backup(asName(absolutePath_), location());
 }
 
 // The file is complete and marked clean while it is copied.
@@ -152,7 +155,7 @@ Status KALPageManager::backupWhileRunning()
         s = markClean();
     if (failed(s))
         KAL_TRACE(running, s, u"could not flush all pages");
-    else if (s = backup(location()); failed(s))
+    else if (s = backupUnlessDamaged(); failed(s))
         KAL_TRACE(running, s, u"could not backup database");
 
     const Status marked = markDirty();

@@ -59,6 +59,8 @@ Status KALPageManager::readPage(PageNumber page, std::uint32_t slot)
     std::uint32_t length = pageSize;
     if (Status s = asStatus(kalFileRead(file_, cache_.page(slot), &length)); failed(s))
         return KAL_TRACE(here, s, u"could not read from file");
+    if (page >= gapBegin_ && page < gapEnd_)
+        length = page == gapBegin_ ? tornBytes_ : 0;  // pages written behind it do not make it whole
     if (length == 0)
         return Status::endOfFile;
     if (length != pageSize) {

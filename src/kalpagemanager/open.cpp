@@ -119,12 +119,15 @@ Status KALPageManager::adoptFile()
 }
 
 // A crash can leave more pages in the file than its header counts. They may belong to somebody, so new pages come after
-// them, also after a last one that was cut off.
+// them, also after a last one that was cut off. It can as well leave fewer: those are the gap.
 void KALPageManager::countPagesOfFile(std::uint64_t size)
 {
-    if (size <= fileHeaderLength)
-        return;
-    const std::uint64_t pages = (size - fileHeaderLength + pageSize - 1) / pageSize;
-    header_.pagesInFile =
-        std::max(header_.pagesInFile, static_cast<PageNumber>(std::min<std::uint64_t>(pages, noPage)));
+    const std::uint64_t bytes = size <= fileHeaderLength ? 0 : size - fileHeaderLength;
+    const auto asCount = [](std::uint64_t pages) {
+        return static_cast<PageNumber>(std::min<std::uint64_t>(pages, noPage));
+    };
+    header_.pagesInFile = std::max(header_.pagesInFile, asCount((bytes + pageSize - 1) / pageSize));
+    gapBegin_ = asCount(bytes / pageSize);
+    gapEnd_ = header_.pagesInFile;
+    tornBytes_ = static_cast<std::uint32_t>(bytes % pageSize);
 }

@@ -58,7 +58,7 @@ public:
     Status setStartPage(PageNumber page);
     const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
-    /// Damage was met in this session: its backups are refused from now on, so that the last good one stays.
+    /// Damage was met since the file was opened: backups are refused from now on, so that the last good one stays.
     void noteDamage() { damaged_ = true; }
 
     /// The file at `path`, closed or complete, becomes its backup.
@@ -100,6 +100,7 @@ private:
     Status markClean();
     Status markDirty();
     Status backupUnlessDamaged() const;
+    static Status backup(const char16_t* path, const char16_t* shownPath);
 
     KALFile* file_ = nullptr;  // gone when a close failed; the next access opens the file again
     kaldb::KALPageFileHeader header_{};
@@ -108,6 +109,10 @@ private:
     KALStats* statistics_ = nullptr;
     kaldb::Memory location_;      // the path as given
     kaldb::Memory absolutePath_;  // the same, wherever the process goes
+    // Pages that the header counted at the opening and the file did not have; of the first one some bytes may be there.
+    PageNumber gapBegin_ = 0;
+    PageNumber gapEnd_ = 0;
+    std::uint32_t tornBytes_ = 0;
     bool damaged_ = false;
     bool markOnDisk_ = false;    // the dirty mark: no page may be written without
     bool unsynced_ = false;      // pages were written since the last wait for the disk

@@ -4,6 +4,17 @@
 
 using namespace kaldb;
 
+namespace {
+
+/// What the way to a file fails with, before anything is asked of the file.
+bool couldNotOpen(Status status)
+{
+    return status == Status::fileNotFound || status == Status::accessDenied || status == Status::tooManyFiles ||
+           status == Status::outOfMemory;
+}
+
+}  // namespace
+
 // A close that failed took the handle with it; the file is opened again when it is needed.
 Status KALPageManager::seek(std::uint64_t offset)
 {
@@ -99,6 +110,7 @@ Status KALPageManager::flushSlots(bool cleanOnesToo)
 
 // A failed wait is final for what was written before it: the system may have dropped those pages and will not say so
 // again. Pages that are still in the cache are written anew; without one of them the file can never be called complete.
+// A wait that could not even begin has lost nothing.
 Status KALPageManager::sync()
 {
     if (failed(syncFailure_))
@@ -108,6 +120,8 @@ Status KALPageManager::sync()
         unsynced_ = leftUnsynced_ = false;
         return s;
     }
+    if (couldNotOpen(s))
+        return s;
     if (leftUnsynced_)
         syncFailure_ = s;
     else if (unsynced_)
@@ -143,7 +157,11 @@ Status KALPageManager::writeComplete()
         return s;
     if (Status s = fillGap(); failed(s))
         return s;
-    return unsynced_ ? sync() : Status::success;
+    if (unsynced_)
+        if (Status s = sync(); failed(s))
+            return s;
+    gapBegin_ = gapEnd_;
+    return Status::success;
 }
 
 // Pages that the header counts and a crash kept from the file: without them its length would never fit its header
@@ -151,27 +169,20 @@ Status KALPageManager::writeComplete()
 // back tells no truth; such a file stays as it is.
 Status KALPageManager::fillGap()
 {
-    constexpr std::uint64_t largestCache = std::uint64_t{1} << 21;
-    std::uint64_t size = 0;
-    if (file_ == nullptr)
-        if (Status s = reopen(); failed(s))
-            return s;
-    if (Status s = asStatus(kalFileGetSize(file_, &size)); failed(s))
-        return s;
-    const std::uint64_t present = size <= fileHeaderLength ? 0 : (size - fileHeaderLength) / pageSize;
-    if (present >= header_.pagesInFile || header_.pagesInFile - present > largestCache)
+    constexpr PageNumber largestCache = PageNumber{1} << 21;
+    if (gapBegin_ >= gapEnd_ || gapEnd_ - gapBegin_ > largestCache)
         return Status::success;
-
     Memory page = allocateMemory(pageSize, sourceFile);
     if (!page)
         return Status::outOfMemory;
     pmFormatPage(page.get());
+
     if (Status s = markDirty(); failed(s))
         return s;
-    if (Status s = seek(pageOffset(static_cast<PageNumber>(present))); failed(s))
+    if (Status s = seek(pageOffset(gapBegin_)); failed(s))
         return s;
-    unsynced_ = true;
-    for (std::uint64_t filled = present; filled < header_.pagesInFile; ++filled) {
+    unsynced_ = true;  // and should the disk fail, the gap is filled again
+    for (PageNumber filled = gapBegin_; filled < gapEnd_; ++filled) {
         std::uint32_t length = pageSize;
         if (Status s = asStatus(kalFileWrite(file_, page.get(), &length)); failed(s))
             return s;

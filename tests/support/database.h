@@ -7,6 +7,7 @@
 
 #include <kaldb/kaldb.h>
 
+#include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
@@ -169,14 +170,14 @@ public:
         std::vector<char> record = make(key, 0);
         const std::uint32_t status = kaldbTableQueryPK(table_, record.data(), record.data(), recordSize_);
         if (found != nullptr)
-            std::memcpy(found, record.data(), sizeof *found);
+            std::memcpy(found, record.data(), std::min(record.size(), sizeof *found));
         return status;
     }
     std::uint32_t findByID(const KALDBID& id, Record& found)
     {
         std::vector<char> record(recordSize_);
         const std::uint32_t status = kaldbTableQueryID(table_, &id, record.data(), recordSize_);
-        std::memcpy(&found, record.data(), sizeof found);
+        std::memcpy(&found, record.data(), std::min(record.size(), sizeof found));
         return status;
     }
     std::uint32_t enumerate(std::int64_t key, KALEnumerator*& enumerator, bool readOnly = true,
@@ -220,7 +221,7 @@ public:
     {
         std::vector<char> record(recordSize_);
         const Record fields{{}, key, value};
-        std::memcpy(record.data(), &fields, sizeof fields);
+        std::memcpy(record.data(), &fields, std::min(record.size(), sizeof fields));
         return record;
     }
     KALDBTable* handle() const { return table_; }

@@ -2,7 +2,7 @@
 //
 // Include it in exactly one source file of a test program. Its definitions stand before those of the support library,
 // a separate shared library, and forward to them. A failing call does nothing but
-//   kalFileClose    closes all the same: a handle is gone after a failed close
+//   kalFileClose    closes all the same: a handle is gone after a failed close (kalStatsDeinitialize likewise)
 //   kalFileWrite    writes half of the bytes when `torn` is set
 //
 //   faults::reset();
@@ -220,7 +220,12 @@ uint32_t kalStatsInitialize(uint32_t count, const char16_t* const* names, KALSta
     KALDB_FORWARD(kalStatsInitialize, count, names, stats);
 }
 
-uint32_t kalStatsDeinitialize(KALStats* stats) { KALDB_FORWARD(kalStatsDeinitialize, stats); }
+uint32_t kalStatsDeinitialize(KALStats* stats)
+{
+    const uint32_t fault = faults::verdict("kalStatsDeinitialize");
+    const uint32_t status = KALDB_REAL(kalStatsDeinitialize)(stats);
+    return fault != 0 ? fault : status;
+}
 
 uint32_t kalOwnerLockAcquire(const char16_t* path, KALOwnerLock** lock)
 {

@@ -1,0 +1,30 @@
+// Changes of identifier indexes that could not be made yet: a page could not be read, written or held at the time.
+//
+// The record itself was inserted, moved or deleted all the same, so until the index is mended the change is looked up
+// here first. An index that is in step has none, and pays nothing for it.
+#pragma once
+
+#include "common/status.h"
+
+#include <kaldb/types.h>
+
+struct KALDBChain;
+
+namespace kaldb {
+
+struct PendingChange {
+    KALDBIndexRecord locator;  // where the record is now; no page when it was deleted
+    bool deleted() const { return locator.page == KALDB_NO_PAGE; }
+};
+
+/// Keeps what the index should say of the locator's identifier; without memory it is lost.
+void keepPendingChange(const KALDBChain& index, const KALDBIndexRecord& locator);
+/// The pending change of the identifier, or null.
+const PendingChange* findPendingChange(const KALDBChain& index, const KALDBID& id);
+bool hasPendingChanges(const KALDBChain& index);
+/// Makes the index's pending changes as far as that is possible now. `apply` yields success for a change that is made.
+void settlePendingChanges(KALDBChain& index, Status (*apply)(KALDBChain& index, const KALDBIndexRecord& locator));
+/// Forgets what could not be settled: the index is closed.
+void dropPendingChanges(const KALDBChain& index);
+
+}  // namespace kaldb
