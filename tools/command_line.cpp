@@ -32,12 +32,12 @@ void Verb::option(const char* name, std::uint64_t& value, const char* help) { ap
 
 void Verb::list(const char* name, std::vector<std::string>& values, const char* help)
 {
-    app_->add_option(name, values, help)->delimiter(',')->expected(1);
+    app_->add_option(name, values, help)->delimiter(',')->allow_extra_args(false);
 }
 
 void Verb::list(const char* name, std::vector<std::uint64_t>& values, const char* help)
 {
-    app_->add_option(name, values, help)->delimiter(',')->expected(1);
+    app_->add_option(name, values, help)->delimiter(',')->allow_extra_args(false);
 }
 
 void Verb::words(const char* name, std::vector<std::string>& values, const char* help)

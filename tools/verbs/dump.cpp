@@ -13,7 +13,7 @@ namespace {
 struct Options {
     std::string path;
     std::vector<std::string> tables, columns;
-    std::string format = "jsonl";
+    std::string format;  // jsonl when empty
     bool schemaOnly = false;
     bool showIds = false;
     bool dirty = false;
@@ -35,7 +35,7 @@ std::vector<const Chain*> chosenTables(const Options& options, const OpenFile& o
 
 Exit dump(const Options& options, Session& session)
 {
-    const Format format = parseFormat(options.format);
+    const Format format = options.format.empty() ? Format::jsonl : parseFormat(options.format);
     const OpenFile open{options.path};
     refuseDirty(open.file, options.dirty);
     if (!options.dirty && !open.catalogue.damages.empty())
@@ -87,7 +87,7 @@ void addDump(CommandLine& line, Session& session)
     const auto options = std::make_shared<Options>();
     verb.argument("FILE", options->path, "Database file");
     verb.arguments("TABLE", options->tables, "Only these tables");
-    verb.option("--format", options->format, "csv, tsv, jsonl, table or hex");
+    verb.option("--format", options->format, "csv, tsv, jsonl (which is the default), table or hex");
     verb.list("--columns", options->columns, "Only these columns, in this order");
     verb.flag("--schema-only", options->schemaOnly, "The schemas, as JSON, instead of rows");
     verb.flag("--ids", options->showIds, "Show identifiers");
