@@ -83,8 +83,9 @@ private:
 void CopyOnePage(benchmark::State& state)
 {
     std::array<char, pageSize> from{}, to;
+    benchmark::DoNotOptimize(from.data());
+    benchmark::DoNotOptimize(to.data());
     for (auto _ : state) {
-        benchmark::DoNotOptimize(from.data());
         std::memcpy(to.data(), from.data(), pageSize);
         benchmark::ClobberMemory();
     }

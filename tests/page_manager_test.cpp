@@ -399,6 +399,9 @@ TEST_F(PageManager, GapsThatACrashLeftAreFilledAndLiesAreNot)
     ASSERT_EQ(open(), 0u);
     EXPECT_EQ(visit(2), 15u);
     ASSERT_EQ(create("new"), 0u);
+    ASSERT_EQ(kalPageManagerFlushAllPages(manager), 0u);
+    EXPECT_EQ(visit(1), 8u) << "the zeros before the new page do not make it whole";
+    EXPECT_EQ(visit(3), 15u);
     ASSERT_EQ(close(), 0u);
     EXPECT_TRUE(same(withoutTimes(file()), fileHeader(5, 0) + page(0, 0, 0, 0, "a") + formattedPage() +
                                                formattedPage() + formattedPage() + page(4, 0, 0, 0, "new")));
@@ -417,6 +420,7 @@ TEST_F(PageManager, GapsThatACrashLeftAreFilledAndLiesAreNot)
         EXPECT_TRUE(count != 0xFFFFFFFF || create("none left") == 12);
         ASSERT_EQ(close(), 0u);
         EXPECT_TRUE(same(file(), fileHeader(count) + page(0, 0, 0, 0, "a")));
+        EXPECT_NE(test::u32At(backup(), 76), count) << "a file that lies is no backup";
     }
 }
 

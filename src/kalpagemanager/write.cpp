@@ -40,10 +40,17 @@ Status KALPageManager::pmWriteHeader()
     return asStatus(kalFileWrite(file_, &header_, &length));
 }
 
+// Should the process end now, the header must not name a page that the file does not hold. The page stays dirty: its
+// holder is about to go on with it.
 Status KALPageManager::setStartPage(PageNumber page)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerSetStartPage");
     header_.startPage = page;
+    if (const std::uint32_t slot = cache_.find(page); slot != SlotCache::none && cache_.isDirty(slot)) {
+        if (Status s = kalPageManagerFlushPage(slot); failed(s))
+            return KAL_TRACE(here, s, u"could not write page %ld", page);
+        cache_.markDirty(slot);
+    }
     if (Status s = pmWriteHeader(); failed(s))
         return KAL_TRACE(here, s, u"could not write header");
     return Status::success;
@@ -150,28 +157,25 @@ Status KALPageManager::markDirty()
     return Status::success;
 }
 
-// Every page that the header counts is in the file and on the disk, while the mark is still dirty.
 Status KALPageManager::writeComplete()
 {
     if (Status s = flushSlots(false); failed(s))
         return s;
-    if (Status s = fillGap(); failed(s))
-        return s;
+    if (hasGap())
+        if (Status s = fillGap(); failed(s))
+            return s;
     if (unsynced_)
         if (Status s = sync(); failed(s))
             return s;
-    gapBegin_ = gapEnd_;
+    if (hasGap())
+        gapBegin_ = gapEnd_;
     return Status::success;
 }
 
 // Pages that the header counts and a crash kept from the file: without them its length would never fit its header
-// again. A load refuses what stands there instead. A header that counts more than the largest cache could have held
-// back tells no truth; such a file stays as it is.
+// again. A load refuses what stands there instead.
 Status KALPageManager::fillGap()
 {
-    constexpr PageNumber largestCache = PageNumber{1} << 21;
-    if (gapBegin_ >= gapEnd_ || gapEnd_ - gapBegin_ > largestCache)
-        return Status::success;
     Memory page = allocateMemory(pageSize, sourceFile);
     if (!page)
         return Status::outOfMemory;

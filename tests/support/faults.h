@@ -69,6 +69,12 @@ inline bool struck() { return state().struck; }
 inline std::size_t liveBlocks() { return state().blocks.size(); }
 inline std::size_t openFiles() { return state().files.size(); }
 
+/// Whether the next call of this name meets the fault ahead.
+inline bool strikesNext(const char* call)
+{
+    return state().countdown == 1 && (state().failing == anyCall || state().failing == call);
+}
+
 /// The status that this call must fail with, or 0.
 inline uint32_t verdict(const char* call)
 {
@@ -79,14 +85,11 @@ inline uint32_t verdict(const char* call)
     ++s.calls[anyCall];
     if (s.countdown == 0 || (s.failing != anyCall && s.failing != call))
         return 0;
-    if (s.countdown > 1) {
+    const bool strikes = strikesNext(call);
+    s.struck = s.struck || strikes;
+    if (!strikes || !s.forGood)
         --s.countdown;
-        return 0;
-    }
-    if (!s.forGood)
-        s.countdown = 0;
-    s.struck = true;
-    return s.status;
+    return strikes ? s.status : 0;
 }
 
 template <class Function>
