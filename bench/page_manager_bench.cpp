@@ -16,6 +16,7 @@
 #include <random>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -34,7 +35,7 @@ void check(bool good, const char* what)
 class Store {
 public:
     explicit Store(uint32_t slots)
-        : file(std::filesystem::temp_directory_path() / ("kaldb-bench-" + std::to_string(slots)))
+        : file(std::filesystem::temp_directory_path() / ("kaldb-bench-" + std::to_string(++made)))
     {
         remove();
         uint32_t created = 0;
@@ -78,6 +79,7 @@ private:
         std::filesystem::remove(file.string() + ".backup");
     }
 
+    static inline int made = 0;
     std::filesystem::path file;
     std::u16string path = file.u16string();
 };
@@ -103,6 +105,21 @@ void CopyOnePage(benchmark::State& state)
     }
 }
 BENCHMARK(CopyOnePage);
+
+/// A page anywhere in as much memory as the cache has.
+void CopyAnyPage(benchmark::State& state)
+{
+    const auto pages = static_cast<uint32_t>(state.range(0));
+    const std::vector<char> memory(std::size_t{pages} * pageSize, 'x');
+    std::array<char, pageSize> to;
+    benchmark::DoNotOptimize(to.data());
+    std::mt19937 random(1);
+    for (auto _ : state) {
+        std::memcpy(to.data(), memory.data() + std::size_t{random() % pages} * pageSize, pageSize);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(CopyAnyPage)->Arg(4)->Arg(512)->Arg(32768)->Arg(262144);
 
 /// A plain file of 1024 pages, read or written at random places.
 template <bool writing>
