@@ -12,8 +12,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 
 add_library(kaldb_options INTERFACE)
 target_compile_options(kaldb_options INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast -Wnon-virtual-dtor
-  -Wcast-align -Woverloaded-virtual -Werror)
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>)
 target_compile_definitions(kaldb_options INTERFACE
   _FILE_OFFSET_BITS=64 $<$<BOOL:${KALDB_TRACE}>:KALDB_TRACE>)
 if(KALDB_SANITIZE)
@@ -21,3 +21,11 @@ if(KALDB_SANITIZE)
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kaldb_options INTERFACE -fsanitize=address,undefined)
 endif()
+
+# Keeps what the compiler instantiates from the standard library out of a shared library's exports.
+function(kaldb_limit_exports target)
+  if(UNIX AND NOT APPLE)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  endif()
+endfunction()

@@ -1,38 +1,13 @@
 // Variable strings: where a text goes, and what is never taken for one.
 #include "support/faults.h"
+#include "support/values.h"
 
-#include <kaldb/kaldb.h>
-
-#include <gtest/gtest.h>
-
-#include <array>
 #include <cstring>
-#include <string>
 
 namespace {
 
-/// A string with its inline area, which ends where the memory ends.
-struct Text {
-    KALDBVarString s{};
-    std::array<char, 64> area{};
-
-    explicit Text(uint32_t capacity) { kaldbVarStringAllocate(capacity, &s); }
-    Text(uint32_t capacity, const std::u16string& text) { kaldbVarStringCreate(capacity, &s, text.c_str()); }
-    ~Text() { kaldbVarStringDelete(&s); }
-    Text(const Text&) = default;
-
-    uint32_t set(const std::u16string& text) { return kaldbVarStringSet(&s, text.c_str()); }
-    /// The text, or the status of getting it in brackets.
-    std::u16string get(uint32_t room = 1024) const
-    {
-        std::u16string text(room, u'\0');
-        const uint32_t status = kaldbVarStringCopy(&s, text.data(), room);
-        const std::string number = "[" + std::to_string(status) + "]";
-        return status == 0 ? text.c_str() : std::u16string(number.begin(), number.end());
-    }
-    const char* pointer() const { return kaldbVarStringGetPSZ(&s); }
-    std::string image() const { return {reinterpret_cast<const char*>(this), sizeof *this}; }
-};
+using test::image;
+using test::Text;
 
 TEST(VarString, PlacementRuleForAllCapacitiesAndLengths)
 {
@@ -40,17 +15,17 @@ TEST(VarString, PlacementRuleForAllCapacitiesAndLengths)
         for (uint32_t length = 0; length <= 60; ++length) {
             SCOPED_TRACE(testing::Message() << length << " in " << capacity);
             Text text{capacity};
-            const std::string before = text.image();
+            const std::string before = image(text);
             const std::u16string wide(length, u'x');
             if (capacity <= length && capacity < 4) {
                 ASSERT_EQ(text.set(wide), 19u) << "no room for a handle";
                 ASSERT_EQ(kaldbVarStringCreate(capacity, &text.s, wide.c_str()), 19u);
-                ASSERT_EQ(text.image(), before);
+                ASSERT_EQ(image(text), before);
                 continue;
             }
             ASSERT_EQ(text.set(wide), 0u);
             ASSERT_EQ(text.s.length, length);
-            ASSERT_EQ(text.pointer() == text.area.data(), length < capacity);
+            ASSERT_EQ(text.isInline(), length < capacity);
             ASSERT_EQ(std::strlen(text.pointer()), length);
             ASSERT_EQ(text.get(length), u"[19]");
             ASSERT_EQ(text.get(length + 1), wide);
@@ -76,7 +51,7 @@ TEST(VarString, LengthCountsMultibyteBytesAndBuffersWideCharacters)
         for (uint32_t capacity : {4u, 6u, 7u, 8u}) {
             Text text{capacity, c.text};
             EXPECT_EQ(text.s.length, c.length);
-            EXPECT_EQ(text.pointer() == text.area.data(), c.length < capacity);
+            EXPECT_EQ(text.isInline(), c.length < capacity);
             EXPECT_EQ(text.get(static_cast<uint32_t>(c.text.size())), u"[19]");
             EXPECT_EQ(text.get(static_cast<uint32_t>(c.text.size()) + 1), c.text);
         }
@@ -89,7 +64,8 @@ TEST(VarString, LengthCountsMultibyteBytesAndBuffersWideCharacters)
 TEST(VarString, OnlyTextIsEverTakenForText)
 {
     Text text{16};
-    EXPECT_EQ(std::string(text.area.data(), 17), std::string(16, '\xDD') + '\0');
+    EXPECT_EQ(std::string(text.area.data(), 16), std::string(16, '\xDD'));
+    EXPECT_EQ(text.area[16], '\0') << "behind the area";
     EXPECT_EQ(text.get(), u"") << "allocated, not set";
     text.set(u"short");
     EXPECT_EQ(kaldbVarStringSet(&text.s, nullptr), 0u);
@@ -168,14 +144,14 @@ TEST(VarString, Comparisons)
 TEST(VarString, OutOfMemoryLeavesTheOldText)
 {
     Text text{8, u"a text in a block"}, other{8, u"another text in a block"};
-    const std::string before = text.image();
+    const std::string before = image(text);
     int32_t result = 0;
     const size_t blocks = faults::liveBlocks();
     faults::failAt("kalMemAllocate", 1, 1, true);
     EXPECT_EQ(text.set(u"a new text in a block"), 7u);
     EXPECT_EQ(kaldbVarStringDup(&text.s, &other.s), 7u);
     EXPECT_EQ(kaldbVarStringIComparePSZ(&text.s, u"text", &result), 7u);
-    EXPECT_EQ(text.image(), before);
+    EXPECT_EQ(image(text), before);
     faults::reset();
     EXPECT_EQ(text.get(), u"a text in a block");
     EXPECT_EQ(faults::liveBlocks(), blocks);

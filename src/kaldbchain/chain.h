@@ -37,6 +37,11 @@ namespace kaldb {
 /// made first in a new file. A failure leaves the page manager running where it came up.
 Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, std::uint32_t& isNew);
 Status kaldbDeinitializeStorage();
+/// Ends a start that failed on its way, whatever came up: the file is closed as it was found, and one that this start
+/// made is deleted. No backup is made.
+void abandonStorage(const char16_t* path) noexcept;
+/// Brings a database that this start made to the disk, so that a crash before its first close leaves one that opens.
+Status completeNewStorage();
 Status kaldbBackupStorage();
 /// Null while storage is down.
 KALPageManager* kaldbChainGetPageManager();

@@ -27,6 +27,8 @@ struct ChainStorage {
     std::uint32_t usablePageSize = 0;
     KALDBRootObject rootElement{};  // the root chain's own entry; valid while its kind says so
     std::uint64_t session = 0;      // counts the openings, so that handles of an earlier one are told apart
+    bool missing = false;           // there was no file when this opening began, and no backup to take its place
+    bool rootMade = false;          // this opening made the root chain
 
     bool up() const { return pageManager != nullptr; }
 };

@@ -62,7 +62,7 @@ Status dbchainDoSplit(const KALDBChain& chain, const ChainPage& existing, const 
 /// Gives the page its bytes back unless the split was carried through, also when a callback throws.
 class SplitUndo {
 public:
-    SplitUndo(const KALDBChain& chain, const ChainPage& existing, const ChainPage& created)
+    SplitUndo(const KALDBChain& chain, const ChainPage& existing, ChainPage& created)
         : chain_(chain), existing_(existing), created_(created)
     {
         std::memcpy(before_.data(), existing.body(), before_.size());
@@ -87,6 +87,8 @@ private:
             // A callback that throws here has been told of every record that it let itself be told of.
             chainStorage().pageManager->noteDamage();
         }
+        created_.links() = {.page = created_.number(), .parent = noPage, .prev = noPage, .next = noPage};
+        ignore(created_.format(chain_));  // it stays in the file, empty and out of the tree
     }
 
     /// Every record that is in both pages now had been reported as moved.
@@ -104,7 +106,7 @@ private:
 
     const KALDBChain& chain_;
     const ChainPage& existing_;
-    const ChainPage& created_;
+    ChainPage& created_;
     std::array<std::byte, usablePageSize> before_;
     bool done_ = false;
 };

@@ -6,6 +6,7 @@
 
 #include <kaldb/diagnostics.h>
 
+#include <filesystem>
 #include <string>
 
 namespace kaldb {
@@ -20,47 +21,97 @@ KALPageManager* kaldbChainGetPageManager() { return chainStorage().pageManager; 
 
 namespace {
 
-/// Whether the backup may be copied over the database: always where there is nothing to lose, else only when the
-/// backup itself passes the check.
-Status checkBackup(const char16_t* path, bool databaseMissing)
+/// Whether the backup may replace a file that is there: it was closed cleanly, is whole, and an open will accept it.
+Status checkBackup(const char16_t* path)
 {
-    if (databaseMissing)
-        return Status::success;
-    const ValidateResult backup = validateHeader((std::u16string{path} + u".backup").c_str());
-    if (backup.sound())
-        return Status::success;
-    return failed(backup.status) ? backup.status : Status::damaged;
+    const std::u16string backup = std::u16string{path} + u".backup";
+    const ValidateResult check = validateHeader(backup.c_str());
+    if (failed(check.status))
+        return check.status;
+    return check.sound() ? KALPageManager::checkHeader(backup.c_str()) : Status::damaged;
 }
 
-void dbchainValidateFile(const char16_t* path)
+/// A failed restore that shows that there is no backup worth keeping. After any other a backup may lie there, and a
+/// start without it would end with a close that replaces it.
+bool nothingToRestore(Status failure)
+{
+    return failure == Status::fileNotFound || failure == Status::notAFile || failure == Status::nameTooLong ||
+           failure == Status::damaged || failure == Status::failure;
+}
+
+/// Fails only where the start must not go on.
+Status dbchainValidateFile(const char16_t* path)
 {
     constexpr TraceSource here = chainSource(u"dbchainValidateFile");
     const ValidateResult check = validateHeader(path);
+    chainStorage().missing = check.absent;
     if (!check.spoiled())
-        return;
+        return check.status;  // a check that could not be made does not call the file sound
     here.error(u"detected corrupt database");
-    Status status = checkBackup(path, check.absent);
+    Status status = check.absent ? Status::success : checkBackup(path);
     if (ok(status))
         status = asStatus(kalPageManagerRestore(path));
-    if (ok(status))
-        here.error(u"restored backup database");
-    else
+    if (failed(status)) {
         here.error(status, u"could not restore backup database");
+        return nothingToRestore(status) ? Status::success : status;
+    }
+    here.error(u"restored backup database");
+    chainStorage().missing = false;
+    return Status::success;
 }
 
-/// Makes the root chain in a file that has never had one. A start page that cannot be read is not a reason: one
-/// unreadable page must not turn a database into an empty one.
+/// Makes the root chain in a file that has never had one. A start page that cannot be read is not a reason, nor are
+/// pages that no start page leads to: a damaged page or header must not turn a database into an empty one. A single
+/// page may be the root chain of a start that was killed before it had noted it.
 void createRootInNewFile([[maybe_unused]] const TraceSource& here)
 {
+    ChainStorage& storage = chainStorage();
     bool exists = false;
     if (Status s = kaldbRootExists(exists); failed(s) || exists)
         return;
-    if (chainStorage().pageManager->startPage() != noPage) {
-        chainStorage().pageManager->noteDamage();
+    if (storage.pageManager->startPage() != noPage || storage.pageManager->pagesFound() > 1) {
+        storage.pageManager->noteDamage();
         return;
     }
     if (Status s = kaldbCreateRoot(); failed(s))
         KAL_TRACE(here, s, u"could not create root chain");
+    else
+        storage.rootMade = true;
+}
+
+/// A link that leads to a missing file stays.
+void deleteFileMadeHere(const char16_t* path)
+{
+    std::error_code error;
+    if (!std::filesystem::is_symlink(path, error))
+        ignore(asStatus(kalFileDeleteW(path)));
+}
+
+/// An empty file that got a root chain holds nothing either way, and is whole only when it is closed as usual.
+void closeAsFound()
+{
+    const ChainStorage& storage = chainStorage();
+    ignore(kaldbCloseRoot());
+    if (!storage.rootMade || storage.missing || failed(storage.pageManager->close()))
+        ignore(storage.pageManager->abandon());
+}
+
+/// A shutdown that failed before has closed the root chain, which waiting counters need.
+void reopenRoot()
+{
+    KALDBChain* root = nullptr;
+    if (failed(kaldbGetRootChain(root)))
+        ignore(kaldbOpenRoot());
+}
+
+void forgetStorage()
+{
+    ChainStorage& storage = chainStorage();
+    storage.pageManager = nullptr;
+    storage.usablePageSize = 0;
+    storage.rootElement = {};
+    storage.missing = storage.rootMade = false;
+    forgetCatalogueState();
 }
 
 }  // namespace
@@ -69,9 +120,11 @@ Status kaldbInitializeStorage(const char16_t* path, std::uint32_t cacheBytes, st
 {
     constexpr TraceSource here = chainSource(u"kaldbInitializeStorage");
     constexpr TraceSource misspelt = chainSource(u"kaldbInitializeChainStorage");
-    dbchainValidateFile(path);
-
     ChainStorage& storage = chainStorage();
+    storage.rootMade = false;
+    if (Status s = dbchainValidateFile(path); failed(s))
+        return s;
+
     if (Status s = KALPageManager::open(path, cacheBytes, storage.pageManager, isNew); failed(s))
         return KAL_TRACE(here, s, u"could not initialize page manager for '%s'", path);
     storage.usablePageSize = usablePageSize;
@@ -90,7 +143,8 @@ Status kaldbDeinitializeStorage()
     ChainStorage& storage = chainStorage();
     if (!storage.up())
         return Status::notOpen;
-    Status counters = storeWaitingCounters();
+    reopenRoot();
+    const Status counters = storeWaitingCounters();
 
     if (Status s = kaldbCloseRoot(); failed(s))
         KAL_TRACE(here, s, u"could not close root chain");
@@ -99,11 +153,29 @@ Status kaldbDeinitializeStorage()
 
     if (Status s = storage.pageManager->close(); failed(s))
         return KAL_TRACE(here, s, u"could not deinitialize page manager");
-    storage.pageManager = nullptr;
-    storage.usablePageSize = 0;
-    storage.rootElement = {};
-    forgetCatalogueState();
+    forgetStorage();
     return counters;
+}
+
+void abandonStorage(const char16_t* path) noexcept
+{
+    try {
+        ChainStorage& storage = chainStorage();
+        const bool missing = storage.missing;
+        if (storage.up())
+            closeAsFound();
+        forgetStorage();
+        if (missing)
+            deleteFileMadeHere(path);
+    } catch (...) {
+        // A name that needs memory which is not there: an empty database stays.
+    }
+}
+
+Status completeNewStorage()
+{
+    const ChainStorage& storage = chainStorage();
+    return storage.rootMade ? storage.pageManager->writeComplete() : Status::success;
 }
 
 Status kaldbBackupStorage()

@@ -22,6 +22,7 @@ using namespace kaldb;
 struct KALDBDatabase {
     std::array<char16_t, 260> path{};  // the first 259 characters
 };
+static_assert(sizeof(KALDBDatabase) == 520);
 
 namespace {
 
@@ -81,28 +82,36 @@ void releaseOwner()
     openDatabase.owner = nullptr;
 }
 
-/// Storage that came up goes down again, and the lock with it. Storage that cannot be closed keeps the lock: the file
-/// is still ours.
-Status closeStorage()
-{
-    Status status = Status::success;
-    if (kaldbChainGetPageManager() != nullptr)
-        status = kaldbDeinitializeStorage();
-    if (kaldbChainGetPageManager() == nullptr)
+/// A start that does not come to its end leaves everything as it was.
+class StartUp {
+public:
+    explicit StartUp(const char16_t* path) : path_(path) {}
+    ~StartUp()
+    {
+        if (done_)
+            return;
+        if (openDatabase.owner != nullptr)
+            abandonStorage(path_);
         releaseOwner();
-    return status;
-}
+    }
+    StartUp(const StartUp&) = delete;
+    StartUp& operator=(const StartUp&) = delete;
 
-Status openStorage(const char16_t* path, std::uint32_t cacheBytes, std::uint32_t& isNew)
-{
-    if (Status s = asStatus(kalOwnerLockAcquire(path, &openDatabase.owner)); failed(s))
-        return s;
-    Status status = kaldbInitializeStorage(path, cacheBytes, isNew);
-    // The file that is there now is the one that stays: a restore may have replaced it, or start-up made it.
-    if (ok(status))
-        status = asStatus(kalOwnerLockSettle(openDatabase.owner));
-    return status;
-}
+    Status openStorage(std::uint32_t cacheBytes, std::uint32_t& isNew) const
+    {
+        if (Status s = asStatus(kalOwnerLockAcquire(path_, &openDatabase.owner)); failed(s))
+            return s;
+        if (Status s = kaldbInitializeStorage(path_, cacheBytes, isNew); failed(s))
+            return s;
+        // The file that is there now is the one that stays: a restore may have replaced it, or start-up made it.
+        return asStatus(kalOwnerLockSettle(openDatabase.owner));
+    }
+    void done() { done_ = true; }
+
+private:
+    const char16_t* path_;
+    bool done_ = false;
+};
 
 Handle<KALDBDatabase> makeDatabaseHandle(const char16_t* path)
 {
@@ -120,19 +129,27 @@ Status initialize(const char16_t* path, std::uint32_t cacheBytes, KALDBDatabase*
     if (kaldbChainGetPageManager() != nullptr)
         return Status::alreadyExists;
     traceSizes();
-    if (Status s = openStorage(path, cacheBytes, isNew); failed(s)) {
-        ignore(closeStorage());
+    StartUp start{path};
+    if (Status s = start.openStorage(cacheBytes, isNew); failed(s))
         return s;
-    }
     Handle<KALDBDatabase> database = makeDatabaseHandle(path);
-    if (!database) {
-        ignore(closeStorage());
+    if (!database)
         return Status::outOfMemory;
-    }
+    start.done();
     kaldbInitializeSystemTables(database.get());
+    ignore(completeNewStorage());  // what could not be written now is written later, or the close says why not
     openDatabase.handle = database.release();
     handle = openDatabase.handle;
     return Status::success;
+}
+
+/// Storage that cannot be closed keeps the lock, for the file is still ours; the caller may close again.
+Status closeStorage()
+{
+    const Status status = kaldbDeinitializeStorage();
+    if (kaldbChainGetPageManager() == nullptr)
+        releaseOwner();
+    return status;
 }
 
 Status deinitialize(KALDBDatabase* handle)
@@ -181,6 +198,8 @@ uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase*)
 
 uint32_t kaldbForgetHandle(void* handle)
 {
+    if (insideChainOperation())
+        return code(Status::lockConflict);
     forgetTable(handle);
     if (handle == openDatabase.handle)
         openDatabase.handle = nullptr;

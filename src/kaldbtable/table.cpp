@@ -72,7 +72,7 @@ std::uint32_t kaldbTableIndexUpdate(const KALDBIndexRecord* from, const KALDBInd
     if (table.index != nullptr)
         status = kaldbIndexUpdateRecord(*table.index, *to);
     if (table.callersIndexUpdate != nullptr)
-        status = asStatus(table.callersIndexUpdate(from, to, context));
+        keepFirst(status, asStatus(table.callersIndexUpdate(from, to, context)));
     return code(status);
 }
 
@@ -84,6 +84,8 @@ Status kaldbTableCreate(const KALDBTableInfo& info)
     const std::uint32_t flags =
         (info.flags & KALDB_CHAIN_BINARY) != 0 ? info.flags & ~std::uint32_t{KALDB_CHAIN_GUID} : info.flags;
     const bool indexed = (flags & KALDB_CHAIN_GUID) != 0;
+    if (kaldbChainGetPageManager() == nullptr)
+        return Status::notOpen;
     if (indexed && !IndexName::fits(info.name))
         return Status::bufferTooSmall;
     char16_t name[rootNameChars];

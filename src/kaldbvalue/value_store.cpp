@@ -1,8 +1,10 @@
+// Blocks are checked where they enter, in `BlockWalk`; what follows a walk may trust them.
 #include "kaldbvalue/value_store.h"
+
+#include "kaldbroot/root_object.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 
 namespace kaldb {
@@ -10,7 +12,7 @@ namespace {
 
 KALDBIndexRecord locatorOf(std::uint32_t page, std::uint16_t index)
 {
-    KALDBIndexRecord locator = notStored;
+    KALDBIndexRecord locator = emptyLocator();
     locator.page = page;
     locator.index = index;
     return locator;
@@ -73,8 +75,8 @@ private:
     std::uint64_t steps_ = 0;
     std::uint64_t limit_ = 1;
     KALDBIndexRecord next_;
-    KALDBIndexRecord place_ = notStored;
-    KALDBIndexRecord mark_ = notStored;
+    KALDBIndexRecord place_ = emptyLocator();
+    KALDBIndexRecord mark_ = emptyLocator();
     std::array<std::byte, 2048> buffer_;  // a page: the table of a foreign file may have larger slots than ours
 };
 
@@ -124,7 +126,7 @@ Status ValueStore::insert(std::span<const std::byte> value, KALDBIndexRecord& lo
 {
     const auto size = static_cast<std::uint32_t>(value.size());
     std::uint32_t offset = size;
-    KALDBIndexRecord place = notStored;
+    KALDBIndexRecord place = emptyLocator();
     const auto insertBlock = [&](std::uint32_t length) {
         offset -= length;
         // The descriptor serves reading too, so its pointer is not const; an insertion only reads.

@@ -3,8 +3,8 @@
 //   location --> | block 0 | --> | block 1 | --> ... --> | last block | --> no page
 //
 // Every block but the last holds `blockSize` bytes; each carries the size of the whole value. Blocks are written from
-// the value's end to its start, so each is written once, with its successor known. What is read back is checked as
-// damaged: the blocks must add up to the value's size exactly where the list ends.
+// the value's end to its start, so each is written once, with its successor known. What is read back may be
+// damaged: its blocks must add up to the value's size exactly where the list ends.
 #pragma once
 
 #include "common/status.h"
@@ -19,10 +19,6 @@
 #include <span>
 
 namespace kaldb {
-
-/// A value that is not stored.
-inline constexpr KALDBID zeroID{0xFFFF, 0xFFFF, UINT32_MAX, UINT64_MAX};
-inline constexpr KALDBIndexRecord notStored{zeroID, KALDB_NO_PAGE, KALDB_NO_SLOT, UINT16_MAX};
 
 /// The texts given to an operation report a table operation that failed: `remainder` the short last block, `numbered`
 /// one of the full blocks, counted from 1, and `text` any block.

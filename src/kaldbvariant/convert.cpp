@@ -2,7 +2,7 @@
 // included, which for text of one byte a character is its number of characters.
 #include "kaldbvariant/variant.h"
 
-#include "kaldbvalue/value_store.h"
+#include "kaldbroot/root_object.h"
 
 namespace kaldb {
 namespace {
@@ -60,7 +60,7 @@ Status variantSetWideString(KALDBVariant& variant, const char16_t* string, std::
     variant.type = KALDB_VT_WSTRING;
     variant.isNull = 0;
     variant.size = size;
-    variant.location = notStored;
+    variant.location = emptyLocator();
     return Status::success;
 }
 

@@ -2,7 +2,7 @@
 // from the variant itself.
 #include "kaldbvariant/variant.h"
 
-#include "kaldbvalue/value_store.h"
+#include "kaldbroot/root_object.h"
 
 #include <kaldb/identifiers.h>
 
@@ -33,7 +33,7 @@ void describe(KALDBVariant& variant, std::uint32_t type, std::uint32_t size)
     variant.type = type;
     variant.isNull = 0;
     variant.size = size;
-    variant.location = notStored;
+    variant.location = emptyLocator();
 }
 
 /// Bytes of a string in the form of its type, terminator included; 0 for a type that takes no string.
@@ -104,7 +104,7 @@ void variantInitialize(std::uint32_t inlineSize, KALDBVariant& variant)
     variant.isNull = 1;
     variant.inlineSize = inlineSize;
     variant.size = 0;
-    variant.location = notStored;
+    variant.location = emptyLocator();
     std::fill(std::begin(variant.value), std::end(variant.value), std::uint8_t{0});
 }
 
@@ -147,7 +147,7 @@ Status variantSet(KALDBVariant& variant, std::uint32_t type, const void* data, s
 
 void variantSetID(KALDBVariant& variant, const KALDBID& id)
 {
-    KALDBID copy = zeroID;
+    KALDBID copy = zeroIdentifier();
     kaldbIDCopy(&copy, &id);
     variantRelease(variant);
     variant.type = KALDB_VT_ID;

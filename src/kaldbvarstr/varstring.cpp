@@ -1,8 +1,8 @@
+// Setting, reading and comparing texts.
 #include "kaldbvarstr/varstring.h"
 
 #include "common/memory.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace kaldb {
@@ -39,21 +39,30 @@ Status measure(std::uint32_t capacity, const char16_t* text, std::uint32_t& leng
     return capacity <= length && capacity < sizeof(BlockHandle) ? Status::bufferTooSmall : Status::success;
 }
 
-/// Replaces the text by one of `length` bytes, which `write` puts where it belongs, terminator included. The new text
-/// may come from the string's own block, which is freed last. A failure leaves the string as it was.
+/// Into room for exactly the `size` bytes that were measured.
+bool convert(const char16_t* text, char* room, std::uint32_t size)
+{
+    return kalWideCharToMultiByte(text, KAL_NUL_TERMINATED, room, size) == size;
+}
+
+/// Replaces the text by one of `length` bytes, which `write` puts where it belongs, terminator included; false from it
+/// is a failed conversion. The new text may come from the string's own block, which is freed last. A failure leaves the
+/// string as it was.
 template <class Write>
 Status replaceText(KALDBVarString& string, std::uint32_t length, Write&& write)
 {
     const BlockHandle earlier = namedBlock(string);
     if (string.capacity > length) {
-        write(reinterpret_cast<char*>(area(string)));
+        if (!write(reinterpret_cast<char*>(area(string))))
+            return Status::conversionFailed;
     } else {
         if (!varStringTakesBlock(string))
             return Status::bufferTooSmall;
         NewBlock block{&string, length + 1, varStringSource};
         if (block.address() == nullptr)
             return Status::outOfMemory;
-        write(reinterpret_cast<char*>(block.address()));
+        if (!write(reinterpret_cast<char*>(block.address())))
+            return Status::conversionFailed;
         writeField(area(string), 0, block.handOver().handle);
     }
     freeBlock(earlier, &string);
@@ -159,10 +168,7 @@ Status varStringSet(KALDBVarString& string, const char16_t* text)
     std::uint32_t length = 0;
     if (Status s = measure(string.capacity, text, length); failed(s))
         return s;
-    return replaceText(string, length, [&](char* place) {
-        // Cannot fail: it has just been measured.
-        kalWideCharToMultiByte(text, KAL_NUL_TERMINATED, place, length + 1);
-    });
+    return replaceText(string, length, [&](char* place) { return convert(text, place, length + 1); });
 }
 
 Status varStringCopy(const KALDBVarString& string, char16_t* buffer, std::uint32_t chars)
@@ -184,6 +190,7 @@ Status varStringDup(KALDBVarString& destination, const KALDBVarString& source)
     return replaceText(destination, source.length, [text, length = source.length](char* place) {
         std::memmove(place, text, length);
         place[length] = '\0';
+        return true;
     });
 }
 
@@ -203,14 +210,15 @@ Status varStringIComparePSZ(const KALDBVarString& string, const char16_t* text, 
     TerminatedText own;
     if (Status s = own.open(string); failed(s))
         return s;
-    const std::uint32_t size = kalWideCharToMultiByte(text, KAL_NUL_TERMINATED, nullptr, 0);
-    if (size == 0 || size == KAL_CONVERSION_FAILED)
-        return Status::conversionFailed;
-    const Memory room = allocateMemory(size, varStringSource);
+    std::uint32_t length = 0;
+    if (Status s = measure(UINT32_MAX, text, length); failed(s))
+        return s;
+    const Memory room = allocateMemory(length + 1, varStringSource);
     if (!room)
         return Status::outOfMemory;
     auto* other = reinterpret_cast<char*>(room.get());
-    kalWideCharToMultiByte(text, KAL_NUL_TERMINATED, other, size);
+    if (!convert(text, other, length + 1))
+        return Status::conversionFailed;
     result = kalMultiByteICompare(own.get(), other);
     return Status::success;
 }

@@ -190,3 +190,14 @@ Status KALPageManager::fileIsDirty(const char16_t* path, bool& dirty)
         KAL_TRACE(probe, closed, u"could not close file");
     return s;
 }
+
+Status KALPageManager::checkHeader(const char16_t* path)
+{
+    KALFile* file = nullptr;
+    if (Status s = asStatus(kalFileOpenW(path, &file, KAL_FILE_READ)); failed(s))
+        return s;
+    KALPageFileHeader header{};
+    const Status s = kalPageManagerInitFromFile(file, header);
+    ignore(asStatus(kalFileClose(file)));
+    return s;
+}

@@ -45,6 +45,13 @@ Status KALPageManager::close()
     return Status::success;
 }
 
+Status KALPageManager::abandon()
+{
+    const Status s = putHeaderBack();
+    Handle<KALPageManager>{this}.reset();
+    return s;
+}
+
 void KALPageManager::resetReferences()
 {
     for (std::uint32_t slot = 0; slot < cache_.touched(); ++slot) {

@@ -107,15 +107,27 @@ Status KALPageManager::adoptFile()
     const Status s = size > 0 ? kalPageManagerInitFromFile(file_, header_) : kalPageManagerInitNewFile(file_, header_);
     if (failed(s))
         return s;
+    headerFound_ = header_;
     countPagesOfFile(size);
 
     header_.flags |= fileDirty;
-    if (Status w = pmWriteHeader(); failed(w))
-        return KAL_TRACE(here, w, u"could not write header");
-    if (Status w = sync(); failed(w))
-        return KAL_TRACE(here, w, u"could not bring header to disk");
-    markOnDisk_ = true;
-    return Status::success;
+    Status w = pmWriteHeader();
+    if (failed(w)) {
+        KAL_TRACE(here, w, u"could not write header");
+    } else if (w = sync(); failed(w)) {
+        KAL_TRACE(here, w, u"could not bring header to disk");
+    }
+    if (failed(w))
+        ignore(putHeaderBack());
+    markOnDisk_ = ok(w);
+    return w;
+}
+
+// A file that was not opened after all must not look like one that was left open.
+Status KALPageManager::putHeaderBack()
+{
+    header_ = headerFound_;
+    return pmWriteHeader();
 }
 
 // A crash can leave more pages in the file than its header counts. They may belong to somebody, so new pages come after
@@ -127,7 +139,8 @@ void KALPageManager::countPagesOfFile(std::uint64_t size)
     const auto asCount = [](std::uint64_t pages) {
         return static_cast<PageNumber>(std::min<std::uint64_t>(pages, noPage));
     };
-    header_.pagesInFile = std::max(header_.pagesInFile, asCount((bytes + pageSize - 1) / pageSize));
+    pagesFound_ = asCount((bytes + pageSize - 1) / pageSize);
+    header_.pagesInFile = std::max(header_.pagesInFile, pagesFound_);
     gapBegin_ = asCount(bytes / pageSize);
     gapEnd_ = header_.pagesInFile;
     tornBytes_ = static_cast<std::uint32_t>(bytes % pageSize);

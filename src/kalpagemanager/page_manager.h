@@ -32,6 +32,8 @@ public:
     ~KALPageManager();
     /// Flushes, closes, backs up and releases this object; on failure of flush or close it stays, and the file dirty.
     Status close();
+    /// Closes the file as it was found and releases this object; makes no backup. Only before a page was written.
+    Status abandon();
 
     Status load(LockType lock, PageNumber page, std::byte*& body);
     Status create(LockType lock, PageNumber& page, std::byte*& body);
@@ -51,8 +53,12 @@ public:
     Status setDirty(std::byte* body);
     Status flushPage(std::byte* body);
     Status flushAll();
+    /// Every page that the header counts is in the file and on the disk, while the mark is still dirty.
+    Status writeComplete();
     Status backupWhileRunning();
 
+    /// The pages whose bytes, or some of them, the file held when it was opened, whatever its header said.
+    std::uint32_t pagesFound() const { return pagesFound_; }
     std::uint32_t pageCount() const { return header_.pagesInFile; }
     PageNumber startPage() const { return header_.startPage; }
     Status setStartPage(PageNumber page);
@@ -67,6 +73,8 @@ public:
     static Status restore(const char16_t* path);
     /// `dirty` is written when the file could be opened and its header is sound.
     static Status fileIsDirty(const char16_t* path, bool& dirty);
+    /// Whether the file begins with a header that an open accepts. Never writes.
+    static Status checkHeader(const char16_t* path);
 
     void tracePageManager() const;
     void traceFilePages();
@@ -81,6 +89,7 @@ private:
     Status buildCache(std::uint32_t cacheBytes);
     Status adoptFile();
     void countPagesOfFile(std::uint64_t size);
+    Status putHeaderBack();
 
     Status pmLoadPage(PageNumber page, std::uint32_t& slot);
     Status readPage(PageNumber page, std::uint32_t slot);
@@ -97,7 +106,6 @@ private:
 
     void resetReferences();
     Status closeFile();
-    Status writeComplete();
     /// Pages to fill in. A gap wider than the largest cache is none: nothing like it was ever held back.
     bool hasGap() const { return gapBegin_ < gapEnd_ && gapEnd_ - gapBegin_ <= largestGap; }
     Status fillGap();
@@ -108,6 +116,8 @@ private:
 
     KALFile* file_ = nullptr;  // gone when a close failed; the next access opens the file again
     kaldb::KALPageFileHeader header_{};
+    kaldb::KALPageFileHeader headerFound_{};  // as it was before this open marked it
+    std::uint32_t pagesFound_ = 0;
     kaldb::SlotCache cache_;
     kaldb::Handle<KALPageTracker> tracker_;
     KALStats* statistics_ = nullptr;

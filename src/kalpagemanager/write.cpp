@@ -40,10 +40,17 @@ Status KALPageManager::pmWriteHeader()
     return asStatus(kalFileWrite(file_, &header_, &length));
 }
 
+// Should the process end now, the header must not name a page that the file does not hold. The page stays dirty: its
+// holder is about to go on with it.
 Status KALPageManager::setStartPage(PageNumber page)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerSetStartPage");
     header_.startPage = page;
+    if (const std::uint32_t slot = cache_.find(page); slot != SlotCache::none && cache_.isDirty(slot)) {
+        if (Status s = kalPageManagerFlushPage(slot); failed(s))
+            return KAL_TRACE(here, s, u"could not write page %ld", page);
+        cache_.markDirty(slot);
+    }
     if (Status s = pmWriteHeader(); failed(s))
         return KAL_TRACE(here, s, u"could not write header");
     return Status::success;
@@ -150,7 +157,6 @@ Status KALPageManager::markDirty()
     return Status::success;
 }
 
-// Every page that the header counts is in the file and on the disk, while the mark is still dirty.
 Status KALPageManager::writeComplete()
 {
     if (Status s = flushSlots(false); failed(s))
