@@ -254,9 +254,12 @@ TEST(Tables, AreCreatedWhereNameAndSizeAllowIt)
     EXPECT_TRUE(exists(name32 + u"and more"));
     EXPECT_EQ(create(name26, 48, 0), test::alreadyExists);
     EXPECT_EQ(create(u"Small", 15, KALDB_CHAIN_GUID), tooSmall);
-    EXPECT_EQ(create(u"Large", 2048, 0), tooSmall);
+    EXPECT_EQ(create(u"Large", 1965, 0), tooSmall);
+    EXPECT_EQ(create(u"Large", 1957, KALDB_CHAIN_BINARY), tooSmall);
     EXPECT_EQ(create(u"Large", UINT32_MAX, KALDB_CHAIN_BINARY), tooSmall);
     EXPECT_FALSE(exists(u"Large"));
+    EXPECT_EQ(create(u"Largest", 1964, 0), 0U);
+    EXPECT_EQ(create(u"Largest pieces", 1956, KALDB_CHAIN_BINARY), 0U);
     KALEnumerator* list = nullptr;  // holds the catalogue's page
     ASSERT_EQ(kaldbTableEnumerate(database.handle(), &list), 0U);
     EXPECT_EQ(create(u"Later", 32, 0), test::lockConflict);
@@ -315,6 +318,9 @@ TEST(Tables, RefuseWhatTheyCannotDo)
     KALDBBinaryRecord piece{&record, 4, 4, KALDB_NO_PAGE, KALDB_NO_SLOT};
     EXPECT_EQ(kaldbBinaryTableInsertRecord(plain.handle(), &piece, &locator), notSupported);
     EXPECT_EQ(kaldbBinaryTableInsertRecord(raw.handle(), nullptr, &locator), invalid);
+    piece.data = nullptr;
+    EXPECT_EQ(kaldbBinaryTableInsertRecord(raw.handle(), &piece, &locator), invalid);
+    EXPECT_EQ(kaldbBinaryTableUpdateRecord(raw.handle(), &locator, &piece), invalid);
     EXPECT_EQ(kaldbTableDrop(database.handle(), u"Plain"), notSupported);
     EXPECT_EQ(kaldbTableDeleteCurrentRecord(plain.handle(), nullptr), notSupported);
     EXPECT_EQ(kaldbTableQuery(plain.handle(), &record), 1U);
