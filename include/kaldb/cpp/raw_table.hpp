@@ -91,8 +91,10 @@ public:
     raw_table(raw_table&&) noexcept = default;
     raw_table& operator=(raw_table&& other) noexcept
     {
-        close();
-        table_ = std::move(other.table_);
+        if (this != &other) {
+            close();
+            table_ = std::move(other.table_);
+        }
         return *this;
     }
     ~raw_table() { close(); }
