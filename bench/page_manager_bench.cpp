@@ -1,6 +1,6 @@
 // What the page store costs, beside copies of memory and plain reads and writes of a page that the system has cached.
 //
-//   page_manager_bench --benchmark_repetitions=5 --benchmark_report_aggregates_only=false
+//   page_manager_bench --benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
 //
 // Files lie in TMPDIR, or in the system's directory for temporary files.
 
@@ -12,9 +12,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <map>
 #include <random>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -33,6 +35,7 @@ void check(bool good, const char* what)
 class Store {
 public:
     explicit Store(uint32_t slots)
+        : file(std::filesystem::temp_directory_path() / ("kaldb-bench-" + std::to_string(++made)))
     {
         remove();
         uint32_t created = 0;
@@ -76,9 +79,20 @@ private:
         std::filesystem::remove(file.string() + ".backup");
     }
 
-    std::filesystem::path file = std::filesystem::temp_directory_path() / "kaldb-bench.db";
+    static inline int made = 0;
+    std::filesystem::path file;
     std::u16string path = file.u16string();
 };
+
+/// A store whose slots all hold pages, made once for all runs.
+Store& fullStore(uint32_t slots)
+{
+    static std::map<uint32_t, Store> stores;
+    const auto [store, isNew] = stores.try_emplace(slots, slots);
+    if (isNew)
+        store->second.create(slots);
+    return store->second;
+}
 
 void CopyOnePage(benchmark::State& state)
 {
@@ -91,6 +105,21 @@ void CopyOnePage(benchmark::State& state)
     }
 }
 BENCHMARK(CopyOnePage);
+
+/// A page anywhere in as much memory as the cache has.
+void CopyAnyPage(benchmark::State& state)
+{
+    const auto pages = static_cast<uint32_t>(state.range(0));
+    const std::vector<char> memory(std::size_t{pages} * pageSize, 'x');
+    std::array<char, pageSize> to;
+    benchmark::DoNotOptimize(to.data());
+    std::mt19937 random(1);
+    for (auto _ : state) {
+        std::memcpy(to.data(), memory.data() + std::size_t{random() % pages} * pageSize, pageSize);
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(CopyAnyPage)->Arg(4)->Arg(512)->Arg(32768)->Arg(262144);
 
 /// A plain file of 1024 pages, read or written at random places.
 template <bool writing>
@@ -116,8 +145,7 @@ BENCHMARK(PlainFile<true>)->Name("PwriteCachedPage");
 void LoadAndUnloadOnePage(benchmark::State& state)
 {
     const auto slots = static_cast<uint32_t>(state.range(0));
-    Store store(slots);
-    store.create(slots);
+    Store& store = fullStore(slots);
     for (auto _ : state)
         store.visit(slots - 1);
 }
@@ -126,8 +154,7 @@ BENCHMARK(LoadAndUnloadOnePage)->Arg(4)->Arg(512)->Arg(32768)->Arg(262144);
 void LoadAndUnloadAnyCachedPage(benchmark::State& state)
 {
     const auto slots = static_cast<uint32_t>(state.range(0));
-    Store store(slots);
-    store.create(slots);
+    Store& store = fullStore(slots);
     std::mt19937 random(1);
     for (auto _ : state)
         store.visit(static_cast<uint32_t>(random()) % slots);
@@ -195,7 +222,7 @@ BENCHMARK(OpenWithCacheOf4GiB)->Unit(benchmark::kMillisecond);
 
 void BackupOf1GiB(benchmark::State& state)
 {
-    Store store(262144);
+    Store store(262145);
     store.create(524288);
     store.flush();
     for (auto _ : state)

@@ -21,3 +21,11 @@ if(KALDB_SANITIZE)
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(kaldb_options INTERFACE -fsanitize=address,undefined)
 endif()
+
+# Keeps what the compiler instantiates from the standard library out of a shared library's exports.
+function(kaldb_limit_exports target)
+  if(UNIX AND NOT APPLE)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+  endif()
+endfunction()

@@ -33,7 +33,7 @@ protected:
     using Step = std::function<uint32_t()>;
     /// More pages than slots, written, changed and read back, a backup on the way. Every step may be repeated until it
     /// succeeds.
-    std::vector<Step> session()
+    std::vector<Step> workload()
     {
         std::vector<Step> steps{[this] { return open(cacheBytes); }};
         for (uint32_t n = 0; n < pages; ++n)
@@ -53,9 +53,9 @@ protected:
         kalPageManagerGetPageCount(manager, &next);
         return create("page " + std::to_string(next));
     }
-    std::string resultOfSession()
+    std::string resultOfWorkload()
     {
-        for (const Step& step : session())
+        for (const Step& step : workload())
             EXPECT_EQ(step(), 0u);
         return withoutTimes(file());
     }
@@ -65,7 +65,7 @@ protected:
             std::filesystem::remove_all(entry.path());
     }
 
-    /// Runs the session with a fault that a step meets; after it the fault is over and the step is repeated.
+    /// Runs the workload with a fault that a step meets; after it the fault is over and the step is repeated.
     void runWithFault(unsigned nth, bool forGood, bool torn, const std::string& expected)
     {
         SCOPED_TRACE(testing::Message() << "call " << nth << (forGood ? ", for good" : "") << (torn ? ", torn" : ""));
@@ -74,7 +74,7 @@ protected:
         faults::state().torn = torn;
         faults::failAt(torn ? "kalFileWrite" : faults::anyCall, nth, injected, forGood);
         watchDisk();
-        for (const Step& step : session()) {
+        for (const Step& step : workload()) {
             const uint32_t status = step();
             if (status == 0)
                 continue;
@@ -161,7 +161,7 @@ protected:
 
 TEST_F(PageManagerFaults, EveryCallMayFailOnceOrForGoodAndNothingIsLost)
 {
-    const std::string expected = resultOfSession();
+    const std::string expected = resultOfWorkload();
     ASSERT_TRUE(isComplete(expected) && !isDirty(expected));
     for (const uint32_t bytes : {0u, 32768u}) {
         cacheBytes = bytes;
@@ -191,7 +191,7 @@ TEST_F(PageManagerFaults, ADeathAtAnyCallLeavesTheFileDirtyOrComplete)
                 if (faults::calls() + 1 == n)
                     faults::failAt(faults::anyCall, 1, injected);
             };
-            for (const Step& step : session())
+            for (const Step& step : workload())
                 step();
             _exit(0);
         }
@@ -208,7 +208,7 @@ TEST_F(PageManagerFaults, AKillAtAnyMomentLeavesTheFileDirtyOrComplete)
         const pid_t child = fork();
         if (child == 0)
             while (true)
-                for (const Step& step : session())
+                for (const Step& step : workload())
                     step();
         usleep(500 + 997 * round);
         kill(child, SIGKILL);
@@ -221,7 +221,7 @@ TEST_F(PageManagerFaults, ALossOfPowerFindsTheFileDirtyOrComplete)
 {
     faults::reset();
     watchDisk();
-    resultOfSession();
+    resultOfWorkload();
     EXPECT_EQ(disk.waits, 6u) << "one to open, three for a backup, two to close";
 }
 

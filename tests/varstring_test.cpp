@@ -64,7 +64,8 @@ TEST(VarString, LengthCountsMultibyteBytesAndBuffersWideCharacters)
 TEST(VarString, OnlyTextIsEverTakenForText)
 {
     Text text{16};
-    EXPECT_EQ(std::string(text.area.data(), 17), std::string(16, '\xDD') + '\0');
+    EXPECT_EQ(std::string(text.area.data(), 16), std::string(16, '\xDD'));
+    EXPECT_EQ(text.area[16], '\0') << "behind the area";
     EXPECT_EQ(text.get(), u"") << "allocated, not set";
     text.set(u"short");
     EXPECT_EQ(kaldbVarStringSet(&text.s, nullptr), 0u);

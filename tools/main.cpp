@@ -1,5 +1,6 @@
 // The kaldb command: reads the command line, runs one verb, and turns its end into an exit code.
 
+#include "json.h"
 #include "session.h"
 #include "text.h"
 
@@ -34,24 +35,17 @@ int report(const Failure& failure, bool json)
 int run(int count, char** arguments)
 {
     Session session;
-    CLI::App app{"Looks into, checks and fills kaldb database files.", "kaldb"};
-    app.require_subcommand(1);
-    app.set_version_flag("--version", KALDB_VERSION);
-    addInfo(app, session);
-    addTables(app, session);
-    addSchema(app, session);
-    addCheck(app, session);
-    addPages(app, session);
-    addGet(app, session);
-    addDump(app, session);
+    CommandLine line;
+    addInfo(line, session);
+    addTables(line, session);
+    addSchema(line, session);
+    addCheck(line, session);
+    addPages(line, session);
+    addGet(line, session);
+    addDump(line, session);
     try {
-        app.parse(count, arguments);
-    } catch (const CLI::Success& answer) {
-        return app.exit(answer);  // help and version
-    } catch (const CLI::ParseError& error) {
-        return report(wrongUse(error.what(), "kaldb --help, or kaldb VERB --help"), session.json);
-    }
-    try {
+        if (const std::optional<int> answered = line.parse(count, arguments))
+            return *answered;
         const Exit exit = session.run();
         session.out.finish();
         return static_cast<int>(exit);

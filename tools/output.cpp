@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include "failure.h"
+#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
@@ -137,14 +138,14 @@ private:
 
 }  // namespace
 
-std::string dumpJson(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
 void Output::write(std::string_view text)
 {
     gathered_ += text;
     if (gathered_.size() >= gatherBytes)
         finish();
 }
+
+void Output::json(const Json& json) { line(dumpJson(json)); }
 
 void Output::line(std::string_view text)
 {

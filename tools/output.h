@@ -4,7 +4,7 @@
 #include "row.h"
 #include "walk.h"
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include <memory>
 #include <string>
@@ -15,9 +15,6 @@ namespace kaldb::tool {
 
 using Json = nlohmann::ordered_json;
 
-/// JSON as text; what is not UTF-8 in it is replaced.
-std::string dumpJson(const Json& json);
-
 /// Standard output, gathered. Throws a Failure when it cannot be written.
 class Output {
 public:
@@ -27,7 +24,7 @@ public:
 
     void write(std::string_view text);
     void line(std::string_view text);
-    void json(const Json& json) { line(dumpJson(json)); }
+    void json(const Json& json);
     /// To be called at the end: a destructor could not report a full disk.
     void finish();
 

@@ -1,13 +1,14 @@
 #include "schema.h"
 
 #include "failure.h"
+#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace kaldb::tool {
 
@@ -85,6 +86,28 @@ const Column* TableSchema::find(std::string_view column) const
 {
     const auto found = std::find_if(columns.begin(), columns.end(), [&](const Column& c) { return c.name == column; });
     return found == columns.end() ? nullptr : &*found;
+}
+
+void TableSchema::place()
+{
+    constexpr std::size_t alignment = 8;
+    const auto alignedUp = [](std::size_t offset) { return (offset + alignment - 1) / alignment * alignment; };
+    std::size_t offset = keyOffset();
+    for (const std::size_t key : keyColumns())
+        columns[key].offset = static_cast<std::uint32_t>(std::exchange(offset, offset + columns[key].width));
+    nullOffset = static_cast<std::uint32_t>(offset);
+    offset += nullBytes();
+    for (const bool texts : {false, true}) {
+        for (Column& column : columns) {
+            if (column.keyPosition != 0 || (column.type == ColumnType::text) != texts)
+                continue;
+            if (texts)
+                offset = alignedUp(offset);
+            column.offset = static_cast<std::uint32_t>(offset);
+            offset += column.fieldBytes();
+        }
+    }
+    recordSize = static_cast<std::uint32_t>(alignedUp(offset));
 }
 
 std::string TableSchema::fault() const

@@ -83,6 +83,8 @@ struct TableSchema {
     /// Null when there is no such column.
     const Column* find(std::string_view column) const;
 
+    /// Gives columns their places, and the record its size: the order of the drawing above.
+    void place();
     /// Why the schema describes no record of `recordSize` bytes; empty when it does.
     std::string fault() const;
 };

@@ -2,11 +2,10 @@
 #pragma once
 
 #include "catalogue.h"
+#include "command_line.h"
 #include "failure.h"
 #include "output.h"
 #include "schema.h"
-
-#include <CLI/CLI.hpp>
 
 #include <functional>
 #include <string>
@@ -21,13 +20,13 @@ struct Session {
 };
 
 // Each verb has a file of its own, named after it.
-void addInfo(CLI::App& app, Session& session);
-void addTables(CLI::App& app, Session& session);
-void addSchema(CLI::App& app, Session& session);
-void addCheck(CLI::App& app, Session& session);
-void addPages(CLI::App& app, Session& session);
-void addGet(CLI::App& app, Session& session);
-void addDump(CLI::App& app, Session& session);
+void addInfo(CommandLine& line, Session& session);
+void addTables(CommandLine& line, Session& session);
+void addSchema(CommandLine& line, Session& session);
+void addCheck(CommandLine& line, Session& session);
+void addPages(CommandLine& line, Session& session);
+void addGet(CommandLine& line, Session& session);
+void addDump(CommandLine& line, Session& session);
 
 /// A file opened for looking, with what its catalogue says.
 struct OpenFile {

@@ -14,8 +14,8 @@
  *     }
  *     kalPageManagerDeinitialize(pages);              // writes, closes, copies to store.db.backup
  *
- * While a manager has the file open, the file is marked dirty. The mark goes when the file is complete: at every instant,
- * also when the process is killed or the power fails, the file is either marked dirty or complete.
+ * While a manager has the file open, the file is marked dirty. The mark goes when the file is complete: at every
+ * instant, also when the process is killed or the power fails, the file is either marked dirty or complete.
  *
  * Nothing here is safe against concurrent calls; the caller runs one at a time. Locks never wait: a request that
  * conflicts fails at once (see page_tracker.h). A null manager, path, body or result is answered with
@@ -54,9 +54,10 @@ KALDB_API uint32_t kalPageManagerInitialize(const char16_t* path, uint32_t cache
                                             uint32_t* created);
 
 /*
- * Writes every dirty page, marks the file clean, closes it, copies it to its backup and releases the manager, pages that
- * are still held included. The file then has exactly 92 + 2048 * pages bytes. A backup that cannot be made, or is refused
- * because damage was met (a page cut off, or another in its place), is told to the error log and changes nothing here.
+ * Writes every dirty page, marks the file clean, closes it, copies it to its backup and releases the manager, pages
+ * that are still held included. The file then has exactly 92 + 2048 * pages bytes. A backup that cannot be made, or is
+ * refused because damage was met (a page cut off, or another in its place), is told to the error log and changes
+ * nothing here.
  *
  * KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; KALDB_OUT_OF_MEMORY; a file status. After a failure the manager is still there
  * and the file still marked dirty: the call may be repeated. One failure is final: when the system could not bring
@@ -82,9 +83,9 @@ KALDB_API uint32_t kalPageManagerLoadPage(KALPageManager* manager, uint32_t lock
  * Appends a page: dirty, locked, with one reference. Its body holds whatever was in the slot; the caller fills it. The
  * page reaches the file when it is first written, and is counted in the file's header at once.
  *
- * KALDB_SUCCESS; KALDB_OUT_OF_MEMORY when every slot is referenced; KALDB_FULL when 20 other pages are locked or no page
- * number is left; KALDB_NO_FREE_SLOT for a lock type above 3; KALDB_INVALID_ARGUMENT; a file status, when a dirty page
- * could not be written to make room. A refused creation uses no page number up and writes no result.
+ * KALDB_SUCCESS; KALDB_OUT_OF_MEMORY when every slot is referenced; KALDB_FULL when 20 other pages are locked or no
+ * page number is left; KALDB_NO_FREE_SLOT for a lock type above 3; KALDB_INVALID_ARGUMENT; a file status, when a dirty
+ * page could not be written to make room. A refused creation uses no page number up and writes no result.
  */
 KALDB_API uint32_t kalPageManagerCreatePage(KALPageManager* manager, uint32_t lockType, uint32_t* page, void** body);
 
@@ -137,8 +138,8 @@ KALDB_API uint32_t kalPageManagerGetLocation(KALPageManager* manager, const char
 
 /*
  * A page number that the file's header keeps for the caller; KALDB_NO_PAGE in a new file. It is kept in memory and
- * written at once; when the write fails it stays changed in memory. KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; a file
- * status.
+ * written at once, after the page itself where that is dirty in the cache; when the write fails it stays changed in
+ * memory. KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; a file status.
  */
 KALDB_API uint32_t kalPageManagerGetStartPage(KALPageManager* manager, uint32_t* page);
 KALDB_API uint32_t kalPageManagerSetStartPage(KALPageManager* manager, uint32_t page);
@@ -146,9 +147,9 @@ KALDB_API uint32_t kalPageManagerSetStartPage(KALPageManager* manager, uint32_t 
 /* ---- backups ---------------------------------------------------------------------------- */
 
 /*
- * Copies the file, which must be closed or complete, to the path with ".backup" appended. A backup that is there already
- * waits in the working directory under a name that begins with "zorv": it comes back when the copy fails, and goes when
- * it succeeds. Where it cannot be moved there, it is deleted first; the error log then says so.
+ * Copies the file, which must be closed or complete, to the path with ".backup" appended. A backup that is there
+ * already waits in the working directory under a name that begins with "zorv": it comes back when the copy fails, and
+ * goes when it succeeds. Where it cannot be moved there, it is deleted first; the error log then says so.
  *
  * KALDB_SUCCESS; KALDB_OUT_OF_MEMORY; KALDB_INVALID_ARGUMENT; a file status of the copy, or of the deletion of a backup
  * that could not be moved.
@@ -156,8 +157,8 @@ KALDB_API uint32_t kalPageManagerSetStartPage(KALPageManager* manager, uint32_t 
 KALDB_API uint32_t kalPageManagerBackup(const char16_t* path);
 
 /*
- * Makes the backup of an open file: writes everything, marks the file clean, copies it, marks it dirty again. Pages stay
- * in the cache and held. The copy is marked clean.
+ * Makes the backup of an open file: writes everything, marks the file clean, copies it, marks it dirty again. Pages
+ * stay in the cache and held. The copy is marked clean.
  *
  * KALDB_SUCCESS; KALDB_DAMAGED when damage was met since the file was opened: the last good backup stays;
  * KALDB_OUT_OF_MEMORY; KALDB_INVALID_ARGUMENT; a file status: the first failure of writing, copying and marking.
@@ -165,8 +166,8 @@ KALDB_API uint32_t kalPageManagerBackup(const char16_t* path);
 KALDB_API uint32_t kalPageManagerBackupWhileRunning(KALPageManager* manager);
 
 /*
- * Copies the backup over the file, which must not be open. KALDB_SUCCESS; KALDB_OUT_OF_MEMORY; KALDB_INVALID_ARGUMENT; a
- * file status, KALDB_FILE_NOT_FOUND when there is no backup. A failed copy leaves the file as it was.
+ * Copies the backup over the file, which must not be open. KALDB_SUCCESS; KALDB_OUT_OF_MEMORY; KALDB_INVALID_ARGUMENT;
+ * a file status, KALDB_FILE_NOT_FOUND when there is no backup. A failed copy leaves the file as it was.
  */
 KALDB_API uint32_t kalPageManagerRestore(const char16_t* path);
 

@@ -57,8 +57,9 @@ enum { KALDB_LOCK_NONE = 0, KALDB_LOCK_READ = 1, KALDB_LOCK_WRITE = 2, KALDB_LOC
 /* Page flags in the common page header. */
 enum { KALPAGEMAN_PAGE_DIRTY = 0x1, KALPAGEMAN_PAGE_EMPTY = 0x2, KALPAGEMAN_PAGE_UNUSED = 0x4 };
 
-/* Events of KALDBRecordEvent. A non-zero answer to a "before" event refuses the operation with that
-   status; the answers to the others are ignored. */
+/* Events of KALDBRecordEvent. A non-zero answer to a "before" event refuses the operation with that status; the answers
+   to the others are ignored. The update of an enumerator's current record is a deletion and an insertion; a deletion by
+   partial key and a walk with a callback are no event. */
 enum {
     KALDB_EVENT_BEFORE_INSERT = 0,
     KALDB_EVENT_AFTER_INSERT = 1,
@@ -75,9 +76,14 @@ typedef int32_t (*KALBTreeCompare)(const void* probe, const void* stored);
 /* Examines a record: KALDB_FIELD_SUCCESS, or why field number *field is refused. Mode 0: insertion or update
    by key; mode 1: update of an enumerator's current record. */
 typedef uint32_t (*KALDBCheckConstraints)(uint32_t mode, const void* record, uint32_t* field);
-/* Told of a record that moved from one page and slot to another, or was deleted (`to` is then empty). */
+/* Told of a record that moved from one page and slot to another, or was deleted (`to` is then empty: page
+   KALDB_NO_PAGE). Of `from` only page and slot are set, the identifier is in `to`. Only records with identifiers are
+   told of, after the table's own index has followed; the context is the table handle. The answer changes nothing. */
 typedef uint32_t (*KALDBIndexUpdate)(const KALDBIndexRecord* from, const KALDBIndexRecord* to, uintptr_t context);
-/* The hook around record operations: event, the operation's status, the record. */
+/* The hook around record operations: event, the operation's status, the record. The record is the caller's or the
+   stored one, of a deletion by key the key, after a deletion by identifier null, of a binary table the
+   KALDBBinaryRecord of an insertion. It is not aligned, valid during the call only, and not to be changed but where it
+   is the caller's own. */
 typedef uint32_t (*KALDBRecordEvent)(uint32_t event, uint32_t status, void* record);
 /* Called with every record of a table; a non-zero answer stops the walk and is returned. */
 typedef uint32_t (*KALDBEnumCallback)(void* context, const void* record);
@@ -85,7 +91,7 @@ typedef uint32_t (*KALDBEnumCallback)(void* context, const void* record);
 typedef struct KALDBChainCallbacks {
     KALBTreeCompare compare;
     KALDBCheckConstraints checkConstraints; /* may be null */
-    KALDBIndexUpdate indexUpdate;           /* may be null: the table then keeps its own index */
+    KALDBIndexUpdate indexUpdate;           /* may be null; a table keeps its own index whether or not */
     KALDBRecordEvent recordEvent;           /* may be null */
     void (*reserved[4])(void);              /* copied, never called */
 } KALDBChainCallbacks;

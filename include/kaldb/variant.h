@@ -37,7 +37,8 @@ extern "C" {
 #endif
 
 /*
- * Type codes 0 to 21. Codes 2 to 14 are values of a fixed size that the library copies and does not interpret, in bytes:
+ * Type codes 0 to 21. Codes 2 to 14 are values of a fixed size that the library copies and does not interpret, in
+ * bytes:
  *
  *     code   2  3  4  5  6  7  8  9 10 11 12 13 14
  *     size   4  1  2  1  1  2  2  4  4  8  8  4  8
@@ -46,12 +47,12 @@ extern "C" {
  * 16, 17, 18, 20 and 21.
  */
 enum {
-    KALDB_VT_EMPTY = 0,        /* no value */
-    KALDB_VT_ID = 1,           /* a KALDBID, 16 bytes */
-    KALDB_VT_STRING = 16,      /* multibyte string, kept as given; `size` is its bytes with the terminator */
-    KALDB_VT_WSTRING = 17,     /* wide string, kept as multibyte, taken as wide; `size` is its multibyte bytes with the
-                                  terminator: one a character for text of single-byte characters */
-    KALDB_VT_WSTRING_RAW = 18  /* wide string, kept as wide characters; `size` is 2 * (length + 1) */
+    KALDB_VT_EMPTY = 0,       /* no value */
+    KALDB_VT_ID = 1,          /* a KALDBID, 16 bytes */
+    KALDB_VT_STRING = 16,     /* multibyte string, kept as given; `size` is its bytes with the terminator */
+    KALDB_VT_WSTRING = 17,    /* wide string, kept as multibyte, taken as wide; `size` is its multibyte bytes with the
+                                 terminator: one a character for text of single-byte characters */
+    KALDB_VT_WSTRING_RAW = 18 /* wide string, kept as wide characters; `size` is 2 * (length + 1) */
 };
 
 /* 64 bytes on every platform; part of the format of the records that hold it. Callers read the fields freely and, to
@@ -88,7 +89,8 @@ KALDB_API uint32_t kaldbVariantEmpty(KALDBVariant* variant);
 KALDB_API uint32_t kaldbVariantAllocate(KALDBVariant* variant);
 
 /* Sets a value by its type: a type of fixed size as kaldbVariantSetPrimitive does and a string (16, 17, 18) as
-   kaldbVariantSetString does, `size` not being read; any other as kaldbVariantSetBinary does. Returns what they return. */
+   kaldbVariantSetString does, `size` not being read; any other as kaldbVariantSetBinary does. Returns what they return.
+ */
 KALDB_API uint32_t kaldbVariantSet(KALDBVariant* variant, uint32_t type, const void* data, uint32_t size);
 
 /* Sets a value of type KALDB_VT_ID. Returns 0. */

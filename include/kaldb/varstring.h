@@ -110,9 +110,9 @@ KALDB_API uint32_t kaldbVarStringInsertRecord(KALDBVarString* string);
 /* Reads a long text back. `capacity`, `length` and `location` must be as kaldbVarStringInsertRecord left them; the
    inline area may hold anything. `capacity` is believed: check it in a record from a file that you do not trust. The
    string's earlier own memory is freed.
-   Returns 0; KALDB_NOT_APPLICABLE for a text in the inline area; KALDB_BUFFER_TOO_SMALL for a long one in a string whose
-   capacity is below 4; KALDB_NOT_OPEN; KALDB_OUT_OF_MEMORY; KALDB_FAILURE for a damaged text; otherwise what reading
-   the table returned (KALDB_NOT_FOUND: no such place). When reading failed, the string names no memory. */
+   Returns 0; KALDB_NOT_APPLICABLE for a text in the inline area; KALDB_BUFFER_TOO_SMALL for a long one in a string
+   whose capacity is below 4; KALDB_NOT_OPEN; KALDB_OUT_OF_MEMORY; KALDB_FAILURE for a damaged text; otherwise what
+   reading the table returned (KALDB_NOT_FOUND: no such place). When reading failed, the string names no memory. */
 KALDB_API uint32_t kaldbVarStringGetRecord(KALDBVarString* string);
 
 /* Deletes the stored text at `location`, which must have the string's length. The string stays as it was, its

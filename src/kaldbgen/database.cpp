@@ -9,6 +9,7 @@
 #include "common/memory.h"
 #include "common/trace.h"
 #include "kaldbchain/chain.h"
+#include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
 
 #include <kaldb/database.h>
@@ -147,8 +148,10 @@ Status initialize(const char16_t* path, std::uint32_t cacheBytes, KALDBDatabase*
 Status closeStorage()
 {
     const Status status = kaldbDeinitializeStorage();
-    if (kaldbChainGetPageManager() == nullptr)
-        releaseOwner();
+    if (kaldbChainGetPageManager() != nullptr)
+        return status;
+    dropAllPendingChanges();
+    releaseOwner();
     return status;
 }
 

@@ -80,14 +80,10 @@ void settlePendingChanges(KALDBChain& index, Status (*apply)(KALDBChain& index, 
     }
 }
 
-void dropPendingChanges(const KALDBChain& index)
+void dropAllPendingChanges()
 {
-    for (Node** link = &pending; *link != nullptr;) {
-        if (belongsTo(**link, index))
-            dropAt(link);
-        else
-            link = &(*link)->following;
-    }
+    while (pending != nullptr)
+        dropAt(&pending);
 }
 
 }  // namespace kaldb

@@ -24,7 +24,7 @@ const PendingChange* findPendingChange(const KALDBChain& index, const KALDBID& i
 bool hasPendingChanges(const KALDBChain& index);
 /// Makes the index's pending changes as far as that is possible now. `apply` yields success for a change that is made.
 void settlePendingChanges(KALDBChain& index, Status (*apply)(KALDBChain& index, const KALDBIndexRecord& locator));
-/// Forgets what could not be settled: the index is closed.
-void dropPendingChanges(const KALDBChain& index);
+/// Forgets what could not be settled: the database is closed, and another may have indexes of the same names.
+void dropAllPendingChanges();
 
 }  // namespace kaldb

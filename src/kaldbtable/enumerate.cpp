@@ -94,10 +94,13 @@ Status enumerateTables(KALEnumerator*& enumerator)
                       kalErrorGetString(code(s)));
         return s;
     }
-    const Status status = tableEnumCreate(chainEnumerator, enumerator);
-    if (failed(status))
+    KALEnumerator* made = nullptr;
+    if (Status s = tableEnumCreate(chainEnumerator, made); failed(s)) {
         ignore(asStatus(kalEnumeratorFree(chainEnumerator)));
-    return status;
+        return s;
+    }
+    enumerator = made;
+    return Status::success;
 }
 
 }  // namespace kaldb

@@ -30,6 +30,12 @@ std::uint32_t onRecords(KALDBTable* table, bool argumentsMissing, Operation&& op
     });
 }
 
+/// A descriptor of bytes to be stored: no data is good enough for no bytes.
+bool noBytes(const KALDBBinaryRecord* record)
+{
+    return record == nullptr || (record->data == nullptr && record->length > 0);
+}
+
 /// Runs an operation on the pieces of a binary table.
 template <class Operation>
 std::uint32_t onPieces(KALDBTable* table, bool argumentsMissing, Operation&& operation)
@@ -148,7 +154,7 @@ uint32_t kaldbTableEnumWithCallback(KALDBTable* table, void* context, KALDBEnumC
 
 uint32_t kaldbBinaryTableInsertRecord(KALDBTable* table, const KALDBBinaryRecord* record, KALDBIndexRecord* locator)
 {
-    return onPieces(table, anyNull(record, locator),
+    return onPieces(table, anyNull(locator) || noBytes(record),
                     [&] { return kaldbInsertBinaryChainRecord(*table->chain, *record, *locator); });
 }
 
@@ -160,7 +166,7 @@ uint32_t kaldbBinaryTableDeleteRecord(KALDBTable* table, const KALDBIndexRecord*
 uint32_t kaldbBinaryTableUpdateRecord(KALDBTable* table, const KALDBIndexRecord* locator,
                                       const KALDBBinaryRecord* record)
 {
-    return onPieces(table, anyNull(locator, record),
+    return onPieces(table, anyNull(locator) || noBytes(record),
                     [&] { return kaldbUpdateBinaryChainRecord(*table->chain, *locator, *record); });
 }
 

@@ -121,6 +121,15 @@ public:
         return PageImage::typed + sizeof binary + index * (sizeof(KALDBBinarySlot) + binary.slotDataSize);
     }
 
+    /// Takes a file apart again; bytes behind the last whole page are dropped.
+    static FileImage parse(const std::string& bytes)
+    {
+        FileImage image;
+        std::memcpy(&image.header, bytes.data(), sizeof image.header);
+        for (std::size_t at = sizeof image.header; at + pageSize <= bytes.size(); at += pageSize)
+            std::memcpy(image.pages.emplace_back().bytes.data(), &bytes[at], pageSize);
+        return image;
+    }
     std::string bytes() const
     {
         std::string all{reinterpret_cast<const char*>(&header), sizeof header};

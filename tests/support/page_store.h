@@ -2,8 +2,8 @@
 #pragma once
 
 #include "kalpagemanager/page_manager.h"
-#include "support/page_file_image.h"
 #include "support/log_lines.h"
+#include "support/page_file_image.h"
 #include "support/temp_dir.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
 // kaldb check FILE: looks for damage everywhere.
 
 #include "check/checker.h"
+#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
@@ -109,15 +110,15 @@ Exit check(const Options& options, Session& session)
 
 }  // namespace
 
-void addCheck(CLI::App& app, Session& session)
+void addCheck(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("check", "Looks for damage everywhere");
+    Verb verb = line.verb("check", "Looks for damage everywhere");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_flag("--backup", options->backup, "Check FILE.backup too");
-    verb->add_flag("--strict", options->strict, "Warnings count as damage");
-    verb->add_flag("--json", session.json, "One JSON object a file");
-    verb->callback([&session, options] { session.run = [&session, options] { return check(*options, session); }; });
+    verb.argument("FILE", options->path, "Database file");
+    verb.flag("--backup", options->backup, "Check FILE.backup too");
+    verb.flag("--strict", options->strict, "Warnings count as damage");
+    verb.flag("--json", session.json, "One JSON object a file");
+    verb.chosen([&session, options] { session.run = [&session, options] { return check(*options, session); }; });
 }
 
 }  // namespace kaldb::tool

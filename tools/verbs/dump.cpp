@@ -1,5 +1,6 @@
 // kaldb dump FILE [TABLE...]: all rows in key order.
 
+#include "json.h"
 #include "rows.h"
 #include "text.h"
 
@@ -12,7 +13,7 @@ namespace {
 struct Options {
     std::string path;
     std::vector<std::string> tables, columns;
-    std::string format = "jsonl";
+    std::string format;  // jsonl when empty
     bool schemaOnly = false;
     bool showIds = false;
     bool dirty = false;
@@ -34,7 +35,7 @@ std::vector<const Chain*> chosenTables(const Options& options, const OpenFile& o
 
 Exit dump(const Options& options, Session& session)
 {
-    const Format format = parseFormat(options.format);
+    const Format format = options.format.empty() ? Format::jsonl : parseFormat(options.format);
     const OpenFile open{options.path};
     refuseDirty(open.file, options.dirty);
     if (!options.dirty && !open.catalogue.damages.empty())
@@ -80,18 +81,18 @@ Exit dump(const Options& options, Session& session)
 
 }  // namespace
 
-void addDump(CLI::App& app, Session& session)
+void addDump(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("dump", "All rows in key order");
+    Verb verb = line.verb("dump", "All rows in key order");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_option("TABLE", options->tables, "Only these tables");
-    verb->add_option("--format", options->format, "csv, tsv, jsonl, table or hex")->capture_default_str();
-    verb->add_option("--columns", options->columns, "Only these columns, in this order")->delimiter(',');
-    verb->add_flag("--schema-only", options->schemaOnly, "The schemas, as JSON, instead of rows");
-    verb->add_flag("--ids", options->showIds, "Show identifiers");
-    verb->add_flag("--dirty", options->dirty, "Also from a file that is open or was not closed cleanly");
-    verb->callback([&session, options] {
+    verb.argument("FILE", options->path, "Database file");
+    verb.arguments("TABLE", options->tables, "Only these tables");
+    verb.option("--format", options->format, "csv, tsv, jsonl (which is the default), table or hex");
+    verb.list("--columns", options->columns, "Only these columns, in this order");
+    verb.flag("--schema-only", options->schemaOnly, "The schemas, as JSON, instead of rows");
+    verb.flag("--ids", options->showIds, "Show identifiers");
+    verb.flag("--dirty", options->dirty, "Also from a file that is open or was not closed cleanly");
+    verb.chosen([&session, options] {
         session.json = options->format == "jsonl";
         session.run = [&session, options] { return dump(*options, session); };
     });

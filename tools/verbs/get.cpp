@@ -144,26 +144,23 @@ Exit get(const Options& options, Session& session)
 
 }  // namespace
 
-void addGet(CLI::App& app, Session& session)
+void addGet(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("get", "Rows by key");
+    Verb verb = line.verb("get", "Rows by key");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_option("TABLE", options->table, "Table")->required();
-    verb->add_option("KEY", options->keys, "Values of the key columns, key after key");
-    verb->add_option("--prefix", options->prefix, "Rows whose key begins so; the last value may be cut short")
-        ->expected(1, CLI::detail::expected_max_vector_size);
-    verb->add_option("--from", options->from, "The first key wanted, or its first columns")
-        ->expected(1, CLI::detail::expected_max_vector_size);
-    verb->add_option("--to", options->to, "The last key wanted, or its first columns")
-        ->expected(1, CLI::detail::expected_max_vector_size);
-    verb->add_option("--id", options->ids, "Rows by identifier")->delimiter(',');
-    verb->add_option("--limit", options->limit, "So many rows of a range at most");
-    verb->add_option("--format", options->format, "csv, tsv, jsonl, table or hex")->capture_default_str();
-    verb->add_option("--columns", options->columns, "Only these columns, in this order")->delimiter(',');
-    verb->add_flag("--ids", options->showIds, "Show identifiers");
-    verb->add_flag("--dirty", options->dirty, "Also from a file that is open or was not closed cleanly");
-    verb->callback([&session, options] {
+    verb.argument("FILE", options->path, "Database file");
+    verb.argument("TABLE", options->table, "Table");
+    verb.arguments("KEY", options->keys, "Values of the key columns, key after key");
+    verb.words("--prefix", options->prefix, "Rows whose key begins so; the last value may be cut short");
+    verb.words("--from", options->from, "The first key wanted, or its first columns");
+    verb.words("--to", options->to, "The last key wanted, or its first columns");
+    verb.list("--id", options->ids, "Rows by identifier");
+    verb.option("--limit", options->limit, "So many rows of a range at most");
+    verb.option("--format", options->format, "csv, tsv, jsonl, table or hex");
+    verb.list("--columns", options->columns, "Only these columns, in this order");
+    verb.flag("--ids", options->showIds, "Show identifiers");
+    verb.flag("--dirty", options->dirty, "Also from a file that is open or was not closed cleanly");
+    verb.chosen([&session, options] {
         session.json = options->format == "jsonl";
         session.run = [&session, options] { return get(*options, session); };
     });

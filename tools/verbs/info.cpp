@@ -1,5 +1,6 @@
 // kaldb info FILE: what the file is and in what state.
 
+#include "json.h"
 #include "session.h"
 #include "statistics.h"
 #include "text.h"
@@ -128,13 +129,13 @@ Exit info(const std::string& path, Session& session)
 
 }  // namespace
 
-void addInfo(CLI::App& app, Session& session)
+void addInfo(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("info", "What the file is and in what state");
+    Verb verb = line.verb("info", "What the file is and in what state");
     const auto path = std::make_shared<std::string>();
-    verb->add_option("FILE", *path, "Database file")->required();
-    verb->add_flag("--json", session.json, "One JSON object");
-    verb->callback([&session, path] { session.run = [&session, path] { return info(*path, session); }; });
+    verb.argument("FILE", *path, "Database file");
+    verb.flag("--json", session.json, "One JSON object");
+    verb.chosen([&session, path] { session.run = [&session, path] { return info(*path, session); }; });
 }
 
 }  // namespace kaldb::tool

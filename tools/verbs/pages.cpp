@@ -1,5 +1,6 @@
 // kaldb pages FILE [N|A-B]: one line a page, or one page in full.
 
+#include "json.h"
 #include "session.h"
 #include "text.h"
 
@@ -211,16 +212,16 @@ Exit pages(const Options& options, Session& session)
 
 }  // namespace
 
-void addPages(CLI::App& app, Session& session)
+void addPages(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("pages", "One line a page, or one page in full");
+    Verb verb = line.verb("pages", "One line a page, or one page in full");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_option("PAGES", options->range, "A page in full, or a range: 7 or 7-12");
-    verb->add_option("--chain", options->chain, "Only the pages of this table, index or ROOT");
-    verb->add_flag("--hex", options->hex, "All bytes of a page");
-    verb->add_flag("--json", session.json, "One JSON object");
-    verb->callback([&session, options] { session.run = [&session, options] { return pages(*options, session); }; });
+    verb.argument("FILE", options->path, "Database file");
+    verb.optionalArgument("PAGES", options->range, "A page in full, or a range: 7 or 7-12");
+    verb.option("--chain", options->chain, "Only the pages of this table, index or ROOT");
+    verb.flag("--hex", options->hex, "All bytes of a page");
+    verb.flag("--json", session.json, "One JSON object");
+    verb.chosen([&session, options] { session.run = [&session, options] { return pages(*options, session); }; });
 }
 
 }  // namespace kaldb::tool

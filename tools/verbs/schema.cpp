@@ -2,6 +2,7 @@
 
 #include "schema.h"
 
+#include "json.h"
 #include "session.h"
 #include "text.h"
 
@@ -54,17 +55,17 @@ Exit schema(const std::string& path, const std::string& table, Session& session)
 
 }  // namespace
 
-void addSchema(CLI::App& app, Session& session)
+void addSchema(CommandLine& line, Session& session)
 {
     struct Options {
         std::string path, table;
     };
-    CLI::App* const verb = app.add_subcommand("schema", "Columns, types and keys of the tables");
+    Verb verb = line.verb("schema", "Columns, types and keys of the tables");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_option("TABLE", options->table, "Only this table");
-    verb->add_flag("--json", session.json, "One JSON object a table");
-    verb->callback([&session, options] {
+    verb.argument("FILE", options->path, "Database file");
+    verb.optionalArgument("TABLE", options->table, "Only this table");
+    verb.flag("--json", session.json, "One JSON object a table");
+    verb.chosen([&session, options] {
         session.run = [&session, options] { return schema(options->path, options->table, session); };
     });
 }

@@ -1,5 +1,6 @@
 // kaldb tables FILE: the tables and how they fill their pages.
 
+#include "json.h"
 #include "session.h"
 #include "statistics.h"
 #include "text.h"
@@ -78,15 +79,15 @@ Exit tables(const Options& options, Session& session)
 
 }  // namespace
 
-void addTables(CLI::App& app, Session& session)
+void addTables(CommandLine& line, Session& session)
 {
-    CLI::App* const verb = app.add_subcommand("tables", "The tables and how they fill their pages");
+    Verb verb = line.verb("tables", "The tables and how they fill their pages");
     const auto options = std::make_shared<Options>();
-    verb->add_option("FILE", options->path, "Database file")->required();
-    verb->add_flag("--system", options->system, "The library's own tables, indexes and catalogue too");
-    verb->add_flag("--names", options->names, "Names only, one a line");
-    verb->add_flag("--json", session.json, "One JSON object");
-    verb->callback([&session, options] { session.run = [&session, options] { return tables(*options, session); }; });
+    verb.argument("FILE", options->path, "Database file");
+    verb.flag("--system", options->system, "The library's own tables, indexes and catalogue too");
+    verb.flag("--names", options->names, "Names only, one a line");
+    verb.flag("--json", session.json, "One JSON object");
+    verb.chosen([&session, options] { session.run = [&session, options] { return tables(*options, session); }; });
 }
 
 }  // namespace kaldb::tool

@@ -1,0 +1,213 @@
+#include "input.h"
+
+#include "csv.h"
+#include "failure.h"
+#include "json.h"
+#include "text.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <limits>
+#include <unordered_map>
+
+namespace kaldb::tool {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& name, std::size_t line, std::string what)
+{
+    throw Failure{Exit::wrongUse, "input", name, fmt::format("line {}: {}", line, what), {}};
+}
+
+/// Text as the table keeps it: UTF-8 without NUL characters.
+std::string accept(std::string text, const InputOptions& options, const std::string& name, std::size_t line)
+{
+    if (options.latin1)
+        text = latin1ToUtf8(text);
+    else if (findInvalidUtf8(text) != std::string::npos)
+        throw Failure{Exit::wrongUse, "input", name, fmt::format("line {}: not valid UTF-8", line),
+                      "--latin1 converts from Latin-1"};
+    if (text.find('\0') != std::string::npos)
+        fail(name, line, "a NUL character, which no text can hold");
+    return text;
+}
+
+std::vector<std::string> numberedColumns(std::size_t count)
+{
+    std::vector<std::string> names;
+    for (std::size_t i = 1; i <= count; ++i)
+        names.push_back(fmt::format("column{}", i));
+    return names;
+}
+
+InputRows readDelimited(std::istream& in, const std::string& name, const InputOptions& options)
+{
+    const char own = options.format == InputFormat::tsv ? '\t' : ',';
+    CsvReader reader{in, name, options.delimiter == '\0' ? own : options.delimiter};
+    InputRows input;
+    std::vector<std::string> fields;
+    while (reader.next(fields)) {
+        for (std::string& field : fields)
+            field = accept(std::move(field), options, name, reader.line());
+        if (input.columns.empty()) {
+            input.columns = options.header ? fields : numberedColumns(fields.size());
+            if (options.header)
+                continue;
+        }
+        if (fields.size() != input.columns.size())
+            fail(name, reader.line(),
+                 fmt::format("{} fields, but there are {} columns", fields.size(), input.columns.size()));
+        input.rows.emplace_back(std::make_move_iterator(fields.begin()), std::make_move_iterator(fields.end()));
+        input.lines.push_back(reader.line());
+    }
+    return input;
+}
+
+InputRows readLines(std::istream& in, const std::string& name, const InputOptions& options)
+{
+    InputRows input;
+    input.columns = {"line"};
+    std::string line;
+    for (std::size_t number = 1; std::getline(in, line); ++number) {
+        if (line.ends_with('\r'))
+            line.pop_back();
+        input.rows.push_back({accept(std::move(line), options, name, number)});
+        input.lines.push_back(number);
+    }
+    return input;
+}
+
+/// Rows of JSON objects; columns come in the order in which they are first met.
+class ObjectRows {
+public:
+    ObjectRows(const std::string& name, const InputOptions& options) : name_(name), options_(options)
+    {
+        input_.typed = true;
+    }
+
+    void add(const Json& object, std::size_t line)
+    {
+        if (!object.is_object())
+            fail(name_, line, "a row is no JSON object");
+        std::vector<Value>& row = input_.rows.emplace_back(input_.columns.size());
+        input_.lines.push_back(line);
+        for (const auto& [key, value] : object.items()) {
+            const auto [column, fresh] = columns_.try_emplace(key, input_.columns.size());
+            if (fresh) {
+                input_.columns.push_back(key);
+                row.emplace_back();
+            }
+            row[column->second] = toValue(value, line);
+        }
+    }
+    void setSchema(TableSchema schema) { input_.schema = std::move(schema); }
+
+    InputRows take()
+    {
+        for (std::vector<Value>& row : input_.rows)
+            row.resize(input_.columns.size());
+        return std::move(input_);
+    }
+
+private:
+    Value toValue(const Json& json, std::size_t line) const
+    {
+        switch (json.type()) {
+        case Json::value_t::null: return {};
+        case Json::value_t::boolean: return json.get<bool>();
+        case Json::value_t::number_integer: return json.get<std::int64_t>();
+        case Json::value_t::number_unsigned:
+            if (json.get<std::uint64_t>() <= std::numeric_limits<std::int64_t>::max())
+                return json.get<std::int64_t>();
+            return json.dump();
+        case Json::value_t::number_float: return json.get<double>();
+        case Json::value_t::string: return accept(json.get<std::string>(), {}, name_, line);
+        default: return dumpJson(json);
+        }
+    }
+
+    const std::string& name_;
+    const InputOptions& options_;
+    InputRows input_;
+    std::unordered_map<std::string, std::size_t> columns_;
+};
+
+/// A dump of a whole file has, before the rows of each table, a line with its schema.
+bool isTableLine(const Json& json) { return json.is_object() && json.contains("kaldb") && json.contains("columns"); }
+
+InputRows readJsonLines(std::istream& in, const std::string& name, const InputOptions& options)
+{
+    ObjectRows rows{name, options};
+    bool wanted = true;
+    std::string line;
+    for (std::size_t number = 1; std::getline(in, line); ++number) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos)
+            continue;
+        const Json json = Json::parse(line, nullptr, /*allow_exceptions=*/false);
+        if (json.is_discarded())
+            fail(name, number, "no JSON");
+        if (isTableLine(json)) {
+            TableSchema schema = schemaFromJson(json);
+            wanted = schema.table == options.table;
+            if (wanted)
+                rows.setSchema(std::move(schema));
+        } else if (json.is_array()) {
+            for (const Json& entry : json)
+                if (wanted)
+                    rows.add(entry, number);
+        } else if (wanted) {
+            rows.add(json, number);
+        }
+    }
+    return rows.take();
+}
+
+InputRows readJsonArray(std::istream& in, const std::string& name, const InputOptions& options)
+{
+    const std::string text{std::istreambuf_iterator<char>{in}, {}};
+    const Json all = parseJson(text, name);
+    ObjectRows rows{name, options};
+    try {
+        const Json& array = all.at(Json::json_pointer{options.at});
+        if (!array.is_array())
+            throw Failure{Exit::wrongUse, "input", name, fmt::format("there is no array at '{}'", options.at),
+                          "--at /pointer says where it is"};
+        std::size_t number = 0;
+        for (const Json& entry : array)
+            rows.add(entry, ++number);
+    } catch (const Json::exception& error) {
+        throw Failure{Exit::wrongUse, "input", name, error.what(), "--at /pointer says where the array is"};
+    }
+    return rows.take();
+}
+
+}  // namespace
+
+InputRows readInput(std::istream& in, const std::string& name, const InputOptions& options)
+{
+    InputRows input = [&] {
+        switch (options.format) {
+        case InputFormat::jsonl: return readJsonLines(in, name, options);
+        case InputFormat::json: return readJsonArray(in, name, options);
+        case InputFormat::lines: return readLines(in, name, options);
+        default: return readDelimited(in, name, options);
+        }
+    }();
+    if (in.bad())
+        throw Failure{Exit::unusable, "input", name, "cannot be read", {}};
+    return input;
+}
+
+InputFormat formatOfName(const std::string& name)
+{
+    const auto ends = [&](const char* ending) { return name.ends_with(ending); };
+    if (ends(".tsv") || ends(".tab"))
+        return InputFormat::tsv;
+    if (ends(".jsonl") || ends(".ndjson"))
+        return InputFormat::jsonl;
+    return ends(".json") ? InputFormat::json : ends(".txt") ? InputFormat::lines : InputFormat::csv;
+}
+
+}  // namespace kaldb::tool
