@@ -328,6 +328,8 @@ TEST_F(WrapperTest, TablesAreHeldAgainstTheFile)
                 "\n";
     EXPECT_EQ(list, "Ids 48 ids\nSysBinary 64 pieces\nSysVarString 128 pieces\nT 302\n" + longest + " 302\n");
 
+    auto empty = Plains::open(db, "T");
+    EXPECT_FALSE(empty.find(1) || empty.erase(1) || empty.update(plain(1)) || empty.begin() != empty.end());
     Plains nothing;
     EXPECT_EQ(failureOf([&] { nothing.insert(plain(1)); }),
               "insert into: invalid argument (4, KALDB_INVALID_ARGUMENT)");

@@ -97,7 +97,8 @@ inline std::string status_text(std::uint32_t status)
 /// " (17, KALDB_ALREADY_EXISTS)".
 inline std::string status_tail(std::uint32_t status)
 {
-    std::string tail = " (" + std::to_string(status);
+    std::string tail = " (";
+    tail += std::to_string(status);
     if (const std::string_view name = status_name(status); !name.empty())
         tail.append(", ").append(name);
     return tail + ")";

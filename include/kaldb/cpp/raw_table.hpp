@@ -91,8 +91,10 @@ public:
     raw_table(raw_table&&) noexcept = default;
     raw_table& operator=(raw_table&& other) noexcept
     {
-        close();
-        table_ = std::move(other.table_);
+        if (this != &other) {
+            close();
+            table_ = std::move(other.table_);
+        }
         return *this;
     }
     ~raw_table() { close(); }
@@ -286,8 +288,11 @@ private:
             if (found.pieces())
                 phrase = "it is a table of pieces";
             else if (found.record_size != shape.size)
-                phrase = "records have " + std::to_string(found.record_size) + " bytes in the file, " +
-                         std::to_string(shape.size) + " here";
+                phrase.append("records have ")
+                    .append(std::to_string(found.record_size))
+                    .append(" bytes in the file, ")
+                    .append(std::to_string(shape.size))
+                    .append(" here");
             else if (found.identifiers() != shape.identifiers)
                 phrase = found.identifiers() ? "records begin with identifiers in the file, not here"
                                              : "records begin with identifiers here, not in the file";

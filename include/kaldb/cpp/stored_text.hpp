@@ -192,8 +192,8 @@ public:
     bool is_long() const noexcept { return head_.length >= N; }
 
 private:
-    text_field field() noexcept { return {this, N}; }
-    const text_field field() const noexcept { return {const_cast<stored_text*>(this), N}; }
+    /// A field may change its bytes; const operations call only those of its operations that do not.
+    text_field field() const noexcept { return {const_cast<stored_text*>(this), N}; }
 
     KALDBVarString head_{N, 0, detail::nowhere};
     char area_[N] = {};
