@@ -11,9 +11,9 @@
 namespace kaldb::tool {
 
 struct PlanOptions {
-    std::string table;
-    std::vector<std::string> key;              // columns, in the key's order; at least one
-    std::map<std::string, std::string> types;  // given types by column: "i64", "char(20)", "text(64)", ...
+    std::string table = {};
+    std::vector<std::string> key = {};              // columns, in the key's order; at least one
+    std::map<std::string, std::string> types = {};  // given types by column: "i64", "char(20)", "text(64)", ...
     bool ids = false;
 };
 
