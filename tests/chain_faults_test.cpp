@@ -84,7 +84,7 @@ TEST_P(ChainFaults, LoseNothingAndHoldNothing)
     const std::size_t files = faults::openFiles();
     unsigned runs = 0;
     bool struck = true;
-    for (unsigned nth = 1; struck; nth += 1 + nth / 12, ++runs) {
+    for (unsigned nth = 1; struck; nth += 1 + nth / 4, ++runs) {
         SCOPED_TRACE(std::string(sweep.call) + " " + std::to_string(nth));
         faults::reset();
         {

@@ -179,9 +179,9 @@ TEST_P(ChainGrowth, FollowsTheSimulationPageByPage)
         Simulation simulation{kaldb::kaldbChainGetPageManager()->pageCount() - 1, capacityOf(GetParam())};
         std::set<std::int64_t> keys;
         std::mt19937 random{GetParam()};
-        for (int step = 0; step < 1200; ++step) {
+        for (int step = 0; step < 600; ++step) {
             if (!keys.empty() && static_cast<int>(random() % 100) < workload.removePercent) {
-                auto victim = keys.lower_bound(workload.next(random, static_cast<int>(random()) % 1200));
+                auto victim = keys.lower_bound(workload.next(random, static_cast<int>(random()) % 600));
                 const std::int64_t key = victim == keys.end() ? *keys.begin() : *victim;
                 ASSERT_EQ(table.remove(key), 0U);
                 simulation.remove(key);
@@ -192,10 +192,10 @@ TEST_P(ChainGrowth, FollowsTheSimulationPageByPage)
                 ASSERT_EQ(table.insert(key), fresh ? 0U : test::alreadyExists);
                 simulation.insert(key);
             }
-            if (step % 50 == 0 || step > 1190) {
+            if (step % 50 == 0 || step > 595) {
                 ASSERT_EQ(shape(table), simulation.text()) << "after step " << step;
             }
-            if (step % 400 == 399)
+            if (step % 250 == 249)
                 table.reopen(database);
         }
         EXPECT_TRUE(Database::holdsNothing());

@@ -28,7 +28,7 @@ TEST_P(TableModel, RandomOperationsAgreeWithAMap)
     std::mt19937 random{recordSize + cacheBytes};
     const auto draw = [&](int below) { return std::uniform_int_distribution<int>{0, below - 1}(random); };
 
-    for (int step = 0; step < 4000; ++step) {
+    for (int step = 0; step < 2500; ++step) {
         const std::int64_t key = draw(2000);
         const auto there = model.find(key);
         const int action = draw(100);
