@@ -76,7 +76,7 @@ Status relinkChild(const KALDBChain& chain, PageNumber childPage, PageNumber fro
 }
 
 /// The steps outside the two pages, of which the last that failed has changed nothing. The earlier ones are taken
-/// back; where even that fails, this session's backup is refused, so that the last good one stays.
+/// back; where even that fails, no further backup is made, so that the last good one stays.
 Status relinkNeighbours(const KALDBChain& chain, const KALDBPageLinks& links, PageNumber from, PageNumber to)
 {
     if (Status s = relinkRootObject(chain, from, to); failed(s))
