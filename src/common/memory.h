@@ -5,10 +5,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <new>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace kaldb {
 
@@ -24,6 +26,33 @@ inline Memory allocateMemory(std::uint32_t size, const char* file, std::uint32_t
 {
     return Memory{static_cast<std::byte*>(kalMemAllocate(size, file, line))};
 }
+
+/// Lets a standard container take its memory from the support library.
+template <class Value>
+struct SupportAllocator {
+    using value_type = Value;
+
+    SupportAllocator() = default;
+    template <class Other>
+    SupportAllocator(const SupportAllocator<Other>&)
+    {
+    }
+    Value* allocate(std::size_t count)
+    {
+        void* block = nullptr;
+        if (count <= std::numeric_limits<std::uint32_t>::max() / sizeof(Value))
+            block = kalMemAllocate(static_cast<std::uint32_t>(count * sizeof(Value)), "./src/common", __LINE__);
+        if (block == nullptr)
+            throw std::bad_alloc{};
+        return static_cast<Value*>(block);
+    }
+    void deallocate(Value* block, std::size_t) { kalMemFree(block); }
+    bool operator==(const SupportAllocator&) const = default;
+};
+
+/// Throws `std::bad_alloc` when there is no memory.
+template <class Value>
+using Vector = std::vector<Value, SupportAllocator<Value>>;
 
 struct HandleDeleter {
     template <class Object>

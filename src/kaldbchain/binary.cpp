@@ -7,6 +7,7 @@
 #include "kaldbroot/catalogue.h"
 
 #include <cstring>
+#include <new>
 
 namespace kaldb {
 
@@ -31,11 +32,66 @@ Status growBeforeLast(const KALDBChain& chain, ChainPage& last, ChainPage& found
     return Status::success;
 }
 
+/// The page at one place of the list that is remembered, or one that grew before it; `notFound` when the page is full
+/// and another follows.
+Status tryPlace(const KALDBChain& chain, LockType lock, PageList& pages, std::size_t place, ChainPage& found)
+{
+    ChainPage page{find, u"could not unload page %ld"};
+    if (Status s = page.load(chain, lock, pages[place]); failed(s))
+        return s;
+    pages.setRoom(place);
+    if (!page.binary().full()) {
+        found = std::move(page);
+        return Status::success;
+    }
+    const PageNumber following = page.links().next;
+    const bool last = place + 1 == pages.size();
+    if (following == noPage) {
+        if (Status s = growBeforeLast(chain, page, found); failed(s))
+            return s;
+        return last && pages.insertBeforeLast(found.number()) ? Status::success : Status::failure;
+    }
+    if (last ? !pages.append(following) : pages[place + 1] != following)
+        return Status::failure;
+    return Status::notFound;
+}
+
+/// The same page, past those that are known to be full. `notApplicable` when the list is not what is remembered of it.
+Status findPastFullPages(const KALDBChain& chain, LockType lock, ChainPage& found)
+{
+    if (chain.state == nullptr || plainDescents())
+        return Status::notApplicable;
+    PageList& pages = chain.state->pages;
+    Status status = Status::success;
+    try {
+        PageNumber first = noPage;
+        if (pages.size() == 0)
+            status = kaldbGetChainFirstPage(chain, first);
+        if (ok(status) && pages.size() == 0)
+            pages.append(first);
+        std::size_t place = pages.room();
+        while (ok(status) && !found) {
+            status = tryPlace(chain, lock, pages, place, found);
+            if (status == Status::notFound) {
+                status = Status::success;
+                ++place;
+            }
+        }
+    } catch (const std::bad_alloc&) {
+        status = Status::outOfMemory;
+    }
+    if (failed(status))
+        pages.drop();
+    return found ? Status::success : Status::notApplicable;
+}
+
 /// The first page along the list with a free slot.
 Status dbchainFindBinaryPage(const KALDBChain& chain, LockType lock, ChainPage& found)
 {
+    if (Status s = findPastFullPages(chain, lock, found); s != Status::notApplicable)
+        return s;
     PageNumber current = noPage;
-    if (Status s = kaldbGetChainFirstPage(chain.kind, chain.name, current); failed(s))
+    if (Status s = kaldbGetChainFirstPage(chain, current); failed(s))
         return KAL_TRACE(find, s, u"could not retrieve initial page for '%s'", chain.name);
     WalkBound bound;
     for (;;) {
@@ -100,6 +156,8 @@ Status kaldbDeleteBinaryChainRecord(KALDBChain& chain, const KALDBIndexRecord& l
         return KAL_TRACE(here, s, u"could not load page %ld", locator.page);
     if (Status s = page.binary().remove(locator.index); failed(s))
         return KAL_TRACE(here, s, u"could not delete binary data");
+    if (chain.state != nullptr)
+        chain.state->pages.noteRoom(page.number());
     return page.markDirty();
 }
 

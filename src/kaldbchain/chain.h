@@ -1,11 +1,12 @@
 // Chains: the multi-page trees that hold one table, one identifier index or the catalogue each.
 //
-// Every operation reads the chain's root object afresh, so that a handle holds no page and sees at once what another
-// handle of the same chain changed. An operation leaves no page held, failed or not; only open enumerators hold one.
+// A handle holds no page and sees at once what another handle of the same chain changed: what is remembered of a chain
+// is shared by them. An operation leaves no page held, failed or not; only open enumerators hold one.
 #pragma once
 
 #include "common/page_number.h"
 #include "common/status.h"
+#include "kaldbchain/chain_state.h"
 #include "kaldbroot/root_object.h"
 
 #include <kaldb/types.h>
@@ -21,6 +22,7 @@ struct KALDBChain {
     std::uint32_t recordSize;
     std::uint32_t flags;
     std::uintptr_t context;     // handed to indexUpdate
+    kaldb::ChainState* state;   // null where there was no memory for it
     std::uint64_t session;      // the opening of storage that the handle belongs to
     std::uint32_t enumerators;  // open ones: a closed handle lives on until they are freed
     bool closed;

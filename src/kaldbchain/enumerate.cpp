@@ -23,6 +23,8 @@ void enlist(KALDBChainEnum& walk)
         openEnumerators->previousOpen = &walk;
     openEnumerators = &walk;
     ++walk.chain->enumerators;
+    if (walk.chain->state != nullptr)
+        ++walk.chain->state->walks;
 }
 
 void delist(KALDBChainEnum& walk)
@@ -33,9 +35,11 @@ void delist(KALDBChainEnum& walk)
         openEnumerators = walk.nextOpen;
     if (walk.nextOpen != nullptr)
         walk.nextOpen->previousOpen = walk.previousOpen;
+    if (walk.chain->state != nullptr)
+        --walk.chain->state->walks;
     // A chain closed under its enumerators goes with the last of them.
     if (--walk.chain->enumerators == 0 && walk.chain->closed)
-        Handle<KALDBChain>{walk.chain}.reset();
+        freeChain(walk.chain);
 }
 
 bool pagesStillThere(const KALDBChainEnum& walk)

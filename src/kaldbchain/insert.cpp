@@ -1,6 +1,7 @@
 // Inserting one record: the checks before it, the descent to its page, the identifier, the slot.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 #include "kaldbroot/catalogue.h"
 
 #include <kaldb/database.h>
@@ -75,6 +76,22 @@ Status dbchainFindInsertMidPage(const KALDBChain& chain, const void* record, Cha
 
 constexpr TraceSource find = chainSource(u"dbchainFindInsertPage");
 
+/// The descent ends at the page, on the side where it has no child or within its range (position 0).
+Status takePlace(const KALDBChain& chain, const void* record, std::int32_t position, ChainPage& page, ChainPage& chosen)
+{
+    if (position == 0) {
+        const Status status = dbchainFindInsertMidPage(chain, record, page, chosen);
+        return failed(status) ? KAL_TRACE(find, status, u"could not find mid page") : status;
+    }
+    const Side side = position < 0 ? Side::prev : Side::next;
+    const Status status = dbchainFindInsertLeafPage(chain, side, page, chosen);
+    if (failed(status) && side == Side::prev)
+        KAL_TRACE(find, status, u"could not find previous leaf page");
+    else if (failed(status))
+        KAL_TRACE(find, status, u"could not find next leaf page");
+    return status;
+}
+
 /// One step of the descent: `chosen` when the page, or one that grew from it, takes the record; else `following`.
 Status takeInsertStep(const KALDBChain& chain, const void* record, ChainPage& page, ChainPage& chosen,
                       EmptyPageMet& empty, PageNumber& following)
@@ -86,34 +103,29 @@ Status takeInsertStep(const KALDBChain& chain, const void* record, ChainPage& pa
     std::int32_t position = 0;
     if (Status s = page.tree().canBeHere(record, chain.callbacks.compare, position); failed(s))
         return KAL_TRACE(find, s, u"problem searching page");
-    if (position == 0) {
-        const Status status = dbchainFindInsertMidPage(chain, record, page, chosen);
-        return failed(status) ? KAL_TRACE(find, status, u"could not find mid page") : status;
-    }
-    const Side side = position < 0 ? Side::prev : Side::next;
-    following = page.child(side == Side::prev);
-    if (following != noPage)
-        return Status::success;
-    const Status status = dbchainFindInsertLeafPage(chain, side, page, chosen);
-    if (failed(status) && side == Side::prev)
-        KAL_TRACE(find, status, u"could not find previous leaf page");
-    else if (failed(status))
-        KAL_TRACE(find, status, u"could not find next leaf page");
-    return status;
+    following = position == 0 ? noPage : page.child(position < 0);
+    return following != noPage ? Status::success : takePlace(chain, record, position, page, chosen);
 }
 
 }  // namespace
 
 Status dbchainFindInsertPage(const KALDBChain& chain, const void* record, ChainPage& found, EmptyPageMet& empty)
 {
-    PageNumber current = noPage;
-    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, current); failed(s))
-        return KAL_TRACE(find, s, u"could not retrieve search page for '%s'", chain.name);
-    [[maybe_unused]] std::uint32_t loaded = 0;
-    Status status = Status::success;
     ChainPage chosen{find, u"could not unload page %ld"};
+    std::int32_t position = 0;
+    Status status = findInsertPlaceByOrder(chain, record, found, position);
+    if (ok(status)) {
+        status = takePlace(chain, record, position, found, chosen);
+        if (ok(status))
+            found = std::move(chosen);
+        return status;
+    }
+    PageNumber current = noPage;
+    if (Status s = kaldbGetChainTopPage(chain, current); failed(s))
+        return KAL_TRACE(find, s, u"could not retrieve search page for '%s'", chain.name);
+    std::uint32_t loaded = 0;
     WalkBound bound;
-    while (ok(status) && !chosen) {
+    for (status = Status::success; ok(status) && !chosen;) {
         KAL_TRACE(find, u"looking at page %ld", current);
         if (!bound.step())
             return damagedChain(find, current);
@@ -129,6 +141,7 @@ Status dbchainFindInsertPage(const KALDBChain& chain, const void* record, ChainP
     if (ok(status))
         found = std::move(chosen);
     KAL_TRACE(find, u"loaded %ld pages", loaded);
+    noteDescent(chain, loaded);
     return status;
 }
 
@@ -141,7 +154,7 @@ constexpr TraceSource insertion = chainSource(u"kaldbInsertChainRecord");
 KALDBID stampIdentifier(const KALDBChain& chain, void* record)
 {
     KALDBID id = zeroIdentifier();
-    if (Status s = kaldbGetNextObjectID(chain.kind, chain.name, id); failed(s))
+    if (Status s = kaldbGetNextObjectID(chain, id); failed(s))
         KAL_TRACE(insertion, s, u"could not retrieve next record ID");
     auto stamped = readField<KALDBID>(record);
     kaldbIDCopy(&stamped, &id);
@@ -154,6 +167,8 @@ Status insertIntoPage(const KALDBChain& chain, const ChainPage& page, void* reco
     const KALDBID id = chain.carriesIdentifiers() ? stampIdentifier(chain, record) : zeroIdentifier();
     SlotIndex index = noSlot;
     if (Status s = page.tree().insert(record, chain.callbacks.compare, index); failed(s)) {
+        if (page.tree().count() == 0)
+            dropPageOrder(chain);
         if (s == Status::alreadyExists)
             KAL_TRACE(insertion, u"record already exists");
         else
@@ -167,6 +182,7 @@ Status insertIntoPage(const KALDBChain& chain, const ChainPage& page, void* reco
         locator->page = page.number();
         locator->index = index;
     }
+    followInsertion(chain, page, index);
     if (Status s = page.markDirty(); failed(s))
         KAL_TRACE(insertion, s, u"could not set page dirty");
     return Status::success;

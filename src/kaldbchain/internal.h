@@ -18,6 +18,9 @@ inline constexpr const char* chainModule = "./src/kaldbchain";
 
 constexpr TraceSource chainSource(const char16_t* operation) { return {u"kaldbchain: ", operation}; }
 
+/// Frees a closed handle that no enumerator needs any more.
+void freeChain(KALDBChain* chain);
+
 /// Several handles may be open on one chain, so a chain is told by kind and name.
 bool sameChain(const KALDBChain& first, const KALDBChain& second);
 
@@ -55,6 +58,7 @@ private:
     static ChainOperation* innermost_;
 
     const KALDBChain& chain_;
+    ChainState* state_;
     ChainOperation* outer_;
     Status status_;
 };
@@ -90,6 +94,8 @@ struct EmptyPageMet {
 
 /// The page whose range can hold the key, read-locked; `notFound` when the key falls off the tree.
 Status dbchainFindSearchPage(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty);
+/// The same for a query, which needs no range: a page may also be found that cannot hold the key.
+Status dbchainFindQueryPage(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty);
 Status dbchainFindSearchHelper(const KALDBChain& chain, PageNumber start, LockType lock, const void* key,
                                ChainPage& found, EmptyPageMet& empty);
 /// The same with write locks, for an update.
@@ -135,7 +141,11 @@ void dbchainRetryRemoval(const KALDBChain& chain, const EmptyPageMet& empty);
 /// Loads the leftmost page of the subtree that starts at `page`.
 Status dbchainEnumFindSmallest(const KALDBChain& chain, LockType lock, PageNumber page, ChainPage& found,
                                const void* enumerator);
+/// Loads the page that follows in key order along the tree's links.
+Status dbchainSuccessor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
+                        const void* enumerator);
 /// Loads the page that follows in key order, empty ones passed over; `endOfEnumeration` when there is none.
+/// For the only walk through the chain, or one among several.
 Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
                                const void* enumerator);
 

@@ -31,6 +31,9 @@ Status kaldbOpenChain(std::int32_t kind, const char16_t* name, const KALDBChainC
     handle->flags = object.flags;
     handle->context = context;
     handle->session = chainStorage().session;
+    handle->state = acquireChainState(kind, handle->name);
+    if (handle->state != nullptr)
+        handle->state->root = object;
     KAL_TRACE(here, u"successfully opened chain for '%s'", handle->name);
     chain = handle.release();
     return Status::success;
@@ -42,8 +45,14 @@ Status kaldbCloseChain(KALDBChain* chain)
         return Status::lockConflict;
     chain->closed = true;
     if (chain->enumerators == 0)
-        Handle<KALDBChain>{chain}.reset();
+        freeChain(chain);
     return Status::success;
+}
+
+void freeChain(KALDBChain* chain)
+{
+    releaseChainState(chain->state);
+    Handle<KALDBChain>{chain}.reset();
 }
 
 Status kaldbChainGetKind(const KALDBChain& chain, std::uint32_t& kind)

@@ -14,7 +14,8 @@ bool sameChain(const KALDBChain& first, const KALDBChain& second)
            (first.kind == second.kind && std::equal(first.name, first.name + rootNameChars, second.name));
 }
 
-ChainOperation::ChainOperation(const KALDBChain& chain, Purpose purpose) : chain_(chain), outer_(innermost_)
+ChainOperation::ChainOperation(const KALDBChain& chain, Purpose purpose)
+    : chain_(chain), state_(chain.state), outer_(innermost_)
 {
     const ChainStorage& storage = chainStorage();
     if (!storage.up() || chain.session != storage.session || chain.closed)
@@ -24,9 +25,16 @@ ChainOperation::ChainOperation(const KALDBChain& chain, Purpose purpose) : chain
     else
         status_ = Status::success;
     innermost_ = this;
+    if (state_ != nullptr)
+        ++state_->running;
 }
 
-ChainOperation::~ChainOperation() { innermost_ = outer_; }
+ChainOperation::~ChainOperation()
+{
+    innermost_ = outer_;
+    if (state_ != nullptr)
+        --state_->running;
+}
 
 bool ChainOperation::runningOn(const KALDBChain& chain)
 {

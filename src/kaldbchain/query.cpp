@@ -15,7 +15,7 @@ Status kaldbQueryChainPrimaryKey(KALDBChain& chain, const void* key, void* recor
         return operation.status();
     ChainPage page{here, u"could not unload page"};
     EmptyPageMet empty;
-    if (Status s = dbchainFindSearchPage(chain, key, page, empty); failed(s)) {
+    if (Status s = dbchainFindQueryPage(chain, key, page, empty); failed(s)) {
         if (s != Status::notFound)
             KAL_TRACE(here, s, u"could not find search page for '%s'", chain.name);
         return s;

@@ -30,13 +30,13 @@ Status relinkRootObject(const KALDBChain& chain, PageNumber from, PageNumber to)
         return failed(status) ? KAL_TRACE(here, status, u"could not update root element") : status;
     }
     KALDBRootObject object;
-    if (Status s = kaldbGetRootObject(chain.kind, chain.name, object); failed(s))
+    if (Status s = rootObjectOf(chain, object); failed(s))
         return KAL_TRACE(here, s, u"could not get root object for chain '%s'", chain.name);
     if (object.topPage == from)
         object.topPage = to;
     if (object.firstPage == from)
         object.firstPage = to;
-    if (Status s = kaldbUpdateRootObject(object); failed(s))
+    if (Status s = kaldbUpdateRootObject(object, chain.state); failed(s))
         return KAL_TRACE(here, s, u"could not update root object for chain '%s'", chain.name);
     return Status::success;
 }
@@ -113,6 +113,9 @@ Status dbchainCheckRootObject(const KALDBChain& chain)
         return s;
     const KALDBRootObject key = rootObjectKey(chain.kind, chain.name);
     ChainPage page{here, u"could not unload page %ld"};
+    SlotIndex slot = noSlot;
+    if (ok(kaldbLoadRootObjectInPlace(chain.state, key, page, slot)))
+        return Status::success;
     return dbchainFindUpdatePage(*root, &key, page);
 }
 

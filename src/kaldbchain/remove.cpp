@@ -1,6 +1,7 @@
 // Deleting records by key, by locator and by partial key. A page that a deletion empties leaves the tree.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 
 #include <kaldb/identifiers.h>
 
@@ -14,11 +15,16 @@ Status dbchainIsPageEmpty(const ChainPage& page, bool& empty)
     return Status::success;
 }
 
-void orphanIfEmpty(const KALDBChain& chain, ChainPage& page)
+void orphanIfEmpty(const KALDBChain& chain, ChainPage& page, FollowedDeletion& following)
 {
     bool empty = false;
-    if (ok(dbchainIsPageEmpty(page, empty)) && empty)
-        ignore(dbchainOrphanPage(chain, page));  // a page that cannot go now goes when a later operation meets it
+    if (failed(dbchainIsPageEmpty(page, empty)) || !empty)
+        return;
+    // The only page of the tree stays. Another that cannot go now goes when a later operation meets it.
+    const KALDBPageLinks& links = page.links();
+    const bool onlyPage = links.parent == noPage && links.prev == noPage && links.next == noPage;
+    if (ok(dbchainOrphanPage(chain, page)) && !onlyPage)
+        following.pageLeft();
 }
 
 void reportDeletion(const TraceSource& here, const KALDBChain& chain, PageNumber page, SlotIndex index)
@@ -60,14 +66,18 @@ void copyIdentifier(const KALDBChain& chain, const ChainPage& page, const void* 
 Status deleteFromPage(const KALDBChain& chain, ChainPage& page, const void* key, KALDBIndexRecord* locator)
 {
     SlotIndex index = noSlot;
-    if (Status s = page.tree().remove(key, chain.callbacks.compare, index); failed(s))
+    FollowedDeletion following{chain, page, key, chain.callbacks.compare};
+    if (Status s = page.tree().remove(key, chain.callbacks.compare, index); failed(s)) {
+        following.recordStays();
         return s == Status::notFound ? s : KAL_TRACE(byKey, s, u"could not delete item");
+    }
+    following.recordLeft(index);
     if (locator != nullptr) {
         locator->page = page.number();
         locator->index = index;
         reportDeletion(byKey, chain, page.number(), index);
     }
-    orphanIfEmpty(chain, page);
+    orphanIfEmpty(chain, page, following);
     markDirty(byKey, page);
     return Status::success;
 }
@@ -113,13 +123,17 @@ Status kaldbDeleteChainRecordByID(KALDBChain& chain, const KALDBIndexRecord& loc
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_DELETE, Status::success, record); failed(s))
         return s;
     SlotIndex index = noSlot;
+    FollowedDeletion following{chain, page, record, chain.callbacks.compare};
     const Status status = page.tree().remove(record, chain.callbacks.compare, index);
     if (ok(status)) {
-        orphanIfEmpty(chain, page);
+        following.recordLeft(index);
+        orphanIfEmpty(chain, page, following);
         reportDeletion(here, chain, page.number(), index);
         markDirty(here, page);
-    } else if (status != Status::notFound) {
-        KAL_TRACE(here, status, u"could not delete item");
+    } else {
+        following.recordStays();
+        if (status != Status::notFound)
+            KAL_TRACE(here, status, u"could not delete item");
     }
     ignore(recordEvent(chain, KALDB_EVENT_AFTER_DELETE, status, nullptr));
     return status;
@@ -139,11 +153,14 @@ Status deleteOneMatch(const KALDBChain& chain, ChainPage& page, const void* key,
     KALDBID id = zeroIdentifier();
     if (chain.carriesIdentifiers())
         id = readField<KALDBID>(page.tree().item(index));
+    FollowedDeletion following{chain, page, key, compare};
     if (Status s = page.tree().remove(key, compare, index); failed(s)) {
+        following.recordStays();
         KAL_TRACE(verbatim, u"kaldbchain: kaldbDeleteChainPartialKey() could not delete record [0x%02X]\n", code(s));
         return s;
     }
-    orphanIfEmpty(chain, page);
+    following.recordLeft(index);
+    orphanIfEmpty(chain, page, following);
     if (chain.carriesIdentifiers())
         reportDeletion(byPartialKey, chain, page.number(), index);
     markDirty(byPartialKey, page);

@@ -14,6 +14,7 @@
 // either both of its pages or none. Removed pages stay in the file; nothing refers to them.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 #include "kaldbroot/catalogue.h"
 
 namespace kaldb {
@@ -66,6 +67,8 @@ Status dbchainGetLMPPage(const KALDBChain& chain, const ChainPage& page, PageNum
     constexpr static TraceSource here = chainSource(u"dbchainGetLMPPage");
     if (page.links().prev == noPage)
         return Status::notApplicable;
+    if (ok(neighbourByOrder(chain, 0, page, Neighbour::previous, found)))
+        return Status::success;
     WalkBound bound;
     for (PageNumber following = page.links().prev; following != noPage;) {
         if (!bound.step())
@@ -118,6 +121,8 @@ struct Removal {
 Status leftmostWithout(const KALDBChain& chain, const ChainPage& page, PageNumber top, PageNumber replacement,
                        PageNumber& leftmost)
 {
+    if (ok(firstPageByOrder(chain, 0, &page, leftmost)))
+        return Status::success;
     WalkBound bound;
     for (PageNumber current = top == page.number() ? replacement : top; current != noPage;) {
         if (!bound.step())
@@ -133,7 +138,7 @@ Status leftmostWithout(const KALDBChain& chain, const ChainPage& page, PageNumbe
 
 Status planRootObject(const KALDBChain& chain, const ChainPage& page, Removal& removal)
 {
-    if (Status s = kaldbGetRootObject(chain.kind, chain.name, removal.before); failed(s))
+    if (Status s = rootObjectOf(chain, removal.before); failed(s))
         return s;
     removal.after = removal.before;
     if (page.links().parent == noPage) {
@@ -187,13 +192,13 @@ Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& remo
 Status replacePage(const KALDBChain& chain, const ChainPage& page, Removal& removal)
 {
     if (removal.changesRoot)
-        if (Status s = kaldbUpdateRootObject(removal.after); failed(s))
+        if (Status s = kaldbUpdateRootObject(removal.after, chain.state); failed(s))
             return s;
     const Status status = page.links().parent == noPage
                               ? adoptChild(chain, removal.replacement, page.number(), noPage)
                               : kaldbchainJoinPageParentToChild(chain, page, removal.replacement);
     if (failed(status) && removal.changesRoot)
-        if (Status s = kaldbUpdateRootObject(removal.before); failed(s))
+        if (Status s = kaldbUpdateRootObject(removal.before, chain.state); failed(s))
             chainStorage().pageManager->noteDamage();
     return status;
 }

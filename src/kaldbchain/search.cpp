@@ -4,6 +4,7 @@
 // passes it by comparing with the greatest record on its `prev` side.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 #include "kaldbroot/catalogue.h"
 
 namespace kaldb {
@@ -105,7 +106,7 @@ Status dbchainFindSearchHelper(const KALDBChain& chain, PageNumber start, LockTy
     constexpr static TraceSource here = chainSource(u"dbchainFindSearchHelper");
     Status status = Status::success;
     PageNumber current = start;
-    [[maybe_unused]] std::uint32_t loaded = 0;
+    std::uint32_t loaded = 0;
     WalkBound bound;
     while (ok(status)) {
         KAL_TRACE(here, u"looking at page %ld", current);
@@ -132,14 +133,17 @@ Status dbchainFindSearchHelper(const KALDBChain& chain, PageNumber start, LockTy
         current = step.following;
     }
     KAL_TRACE(here, u"loaded %ld pages", loaded);
+    noteDescent(chain, loaded);
     return status;
 }
 
-Status dbchainFindSearchPage(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty)
+namespace {
+
+Status descendForSearch(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty)
 {
     constexpr TraceSource here = chainSource(u"dbchainFindSearchPage");
     PageNumber top = noPage;
-    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, top); failed(s))
+    if (Status s = kaldbGetChainTopPage(chain, top); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve search page for '%s'", chain.name);
     const Status status = dbchainFindSearchHelper(chain, top, LockType::read, key, found, empty);
     if (failed(status) && status != Status::notFound)
@@ -147,15 +151,31 @@ Status dbchainFindSearchPage(const KALDBChain& chain, const void* key, ChainPage
     return status;
 }
 
+}  // namespace
+
+Status dbchainFindSearchPage(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty)
+{
+    const Status status = findPageByOrder(chain, LockType::read, key, found);
+    return status == Status::notApplicable ? descendForSearch(chain, key, found, empty) : status;
+}
+
+Status dbchainFindQueryPage(const KALDBChain& chain, const void* key, ChainPage& found, EmptyPageMet& empty)
+{
+    const Status status = findOnlyPageByOrder(chain, LockType::read, key, found);
+    return status == Status::notApplicable ? descendForSearch(chain, key, found, empty) : status;
+}
+
 Status dbchainFindUpdatePage(const KALDBChain& chain, const void* record, ChainPage& found)
 {
     constexpr static TraceSource here = chainSource(u"dbchainFindUpdatePage");
+    if (Status s = findPageByOrder(chain, LockType::write, record, found); s != Status::notApplicable)
+        return s;
     PageNumber current = noPage;
-    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, current); failed(s))
+    if (Status s = kaldbGetChainTopPage(chain, current); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve search page for '%s'", chain.name);
     WalkBound bound;
     EmptyPageMet empty;  // an update takes no page out of the tree
-    for (;;) {
+    for (std::uint32_t loaded = 1;; ++loaded) {
         KAL_TRACE(here, u"looking at page %ld", current);
         if (!bound.step())
             return damagedChain(here, current);
@@ -164,11 +184,13 @@ Status dbchainFindUpdatePage(const KALDBChain& chain, const void* record, ChainP
             return KAL_TRACE(here, s, u"could not load page %ld", current);
         Step step;
         if (Status s = takeStep(chain, page, record, empty, step); failed(s)) {
+            noteDescent(chain, loaded);
             if (s != Status::notFound)
                 KAL_TRACE(here, s, u"problem searching page");
             return s;
         }
         if (step.arrived) {
+            noteDescent(chain, loaded);
             found = std::move(page);
             return Status::success;
         }
@@ -204,12 +226,15 @@ Status dbchainFindFirstItemPage(const KALDBChain& chain, LockType lock, const vo
                                 ChainPage& found, EmptyPageMet& empty)
 {
     constexpr static TraceSource here = chainSource(u"dbchainFindFirstItemPage");
+    if (Status s = findFirstItemPageByOrder(chain, lock, key, compare, found); s != Status::notApplicable)
+        return s;
     PageNumber current = noPage;
-    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, current); failed(s)) {
+    if (Status s = kaldbGetChainTopPage(chain, current); failed(s)) {
         if (s != Status::notFound)
             KAL_TRACE(here, s, u"could not retrieve search page for '%s'", chain.name);
         return s;
     }
+    std::uint32_t loaded = 0;
     ChainPage best{here, u"could not unload found page 0x%08X"};
     WalkBound bound;
     while (current != noPage) {
@@ -219,12 +244,16 @@ Status dbchainFindFirstItemPage(const KALDBChain& chain, LockType lock, const vo
         ChainPage page{here, u"could not unload page %ld"};
         if (Status s = page.load(chain, lock, current); failed(s))
             return KAL_TRACE(here, s, u"could not load page %ld", current);
+        ++loaded;
         bool candidate = false;
-        if (Status s = takeFirstItemStep(here, chain, page, key, compare, empty, candidate, current); failed(s))
+        if (Status s = takeFirstItemStep(here, chain, page, key, compare, empty, candidate, current); failed(s)) {
+            noteDescent(chain, loaded);
             return s;
+        }
         if (candidate)
             best = std::move(page);
     }
+    noteDescent(chain, loaded);
     if (!best)
         return Status::notFound;
     found = std::move(best);

@@ -4,6 +4,7 @@
 // same, the page gets its bytes back and whoever was told of moved records is told that they are where they were.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 
 #include <kaldb/identifiers.h>
 
@@ -87,6 +88,7 @@ private:
             // A callback that throws here has been told of every record that it let itself be told of.
             chainStorage().pageManager->noteDamage();
         }
+        dropPageOrder(chain_);
         created_.links() = {.page = created_.number(), .parent = noPage, .prev = noPage, .next = noPage};
         ignore(created_.format(chain_));  // it stays in the file, empty and out of the tree
     }
@@ -131,6 +133,7 @@ Status dbchainPerformInsertSplit(const KALDBChain& chain, ChainPage& page, Chain
     if (Status s = dbchainRelink(chain, page, fresh); failed(s))
         return KAL_TRACE(here, s, u"could not relink pages, the '%s' chain is probably corrupt", chain.name);
     undo.carriedThrough();
+    followSplit(chain, page, fresh);
     created = std::move(fresh);
     return Status::success;
 }

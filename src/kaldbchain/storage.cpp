@@ -112,6 +112,7 @@ void forgetStorage()
     storage.rootElement = {};
     storage.missing = storage.rootMade = false;
     forgetCatalogueState();
+    forgetChainStates();
 }
 
 }  // namespace

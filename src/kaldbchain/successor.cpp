@@ -1,6 +1,7 @@
 // From a page to the page that follows it in key order, and the walk over a whole chain.
 
 #include "kaldbchain/internal.h"
+#include "kaldbchain/ordered.h"
 #include "kaldbroot/catalogue.h"
 
 namespace kaldb {
@@ -52,28 +53,34 @@ Status dbchainEnumFindFromParent(const KALDBChain& chain, LockType lock, const C
     return Status::endOfEnumeration;
 }
 
-Status successor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
-                 const void* enumerator)
+}  // namespace
+
+Status dbchainSuccessor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
+                        const void* enumerator)
 {
     if (current.links().next != noPage)
         return dbchainEnumFindSmallest(chain, lock, current.links().next, next, enumerator);
     return dbchainEnumFindFromParent(chain, lock, current, next, enumerator);
 }
 
-}  // namespace
-
 Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
                                const void* enumerator)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumFindNextPage");
-    if (Status s = successor(chain, lock, current, next, enumerator); failed(s))
+    PageNumber following = noPage;
+    const Status status = neighbourByOrder(chain, 1, current, Neighbour::next, following);
+    if (ok(status) && ok(next.load(chain, lock, following)) && next.tree().count() > 0)
+        return status;
+    if (status == Status::endOfEnumeration)
+        return status;
+    if (Status s = dbchainSuccessor(chain, lock, current, next, enumerator); failed(s))
         return s;
     WalkBound bound;
     while (next.tree().count() == 0) {
         if (!bound.step())
             return damagedChain(here, next.number());
         ChainPage beyond{here, u"could not unload page %ld"};
-        if (Status s = successor(chain, lock, next, beyond, enumerator); failed(s)) {
+        if (Status s = dbchainSuccessor(chain, lock, next, beyond, enumerator); failed(s)) {
             ignore(next.release());
             return s;
         }
@@ -113,11 +120,35 @@ Status handOverPage(const ChainPage& page, void* context, KALDBEnumCallback call
     return status;
 }
 
+/// A walk through the chain, counted as long as it runs.
+class CallbackWalk {
+public:
+    explicit CallbackWalk(ChainState* state) : state_(state)
+    {
+        if (state_ != nullptr)
+            ++state_->walks;
+    }
+    ~CallbackWalk()
+    {
+        if (state_ != nullptr)
+            --state_->walks;
+    }
+    CallbackWalk(const CallbackWalk&) = delete;
+    CallbackWalk& operator=(const CallbackWalk&) = delete;
+
+private:
+    ChainState* state_;
+};
+
 /// The leftmost page of the tree that holds a record; `notFound` in an empty chain.
 Status firstFilledPage(const KALDBChain& chain, ChainPage& page)
 {
+    PageNumber first = noPage;
+    if (ok(firstPageByOrder(chain, 1, nullptr, first)) && ok(page.load(chain, LockType::read, first)) &&
+        page.tree().count() > 0)
+        return Status::success;
     PageNumber top = noPage;
-    if (Status s = kaldbGetChainTopPage(chain.kind, chain.name, top); failed(s))
+    if (Status s = kaldbGetChainTopPage(chain, top); failed(s))
         return KAL_TRACE(walk, s, u"could not find sequence page");
     if (Status s = dbchainEnumFindSmallest(chain, LockType::read, top, page, nullptr); failed(s))
         return KAL_TRACE(walk, s, u"could not load sequence page %ld", top);
@@ -136,6 +167,7 @@ Status kaldbEnumChainWithCallback(KALDBChain& chain, void* context, KALDBEnumCal
     const ChainOperation operation{chain, ChainOperation::Purpose::read};
     if (failed(operation.status()))
         return operation.status();
+    const CallbackWalk counted{chain.state};
     ChainPage page{walk, u"could not unload page"};
     Status status = firstFilledPage(chain, page);
     WalkBound bound;

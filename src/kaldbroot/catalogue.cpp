@@ -3,7 +3,7 @@
 #include "kaldbroot/catalogue.h"
 
 #include "common/trace.h"
-#include "kaldbchain/chain.h"
+#include "kaldbchain/internal.h"
 #include "kaldbroot/waiting_counters.h"
 #include "kalpagemanager/page_manager.h"
 
@@ -85,18 +85,76 @@ Status kaldbInsertRootObject(KALDBRootObject& object)
     return Status::success;
 }
 
-Status kaldbUpdateRootObject(KALDBRootObject& object)
+Status kaldbLoadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page, SlotIndex& slot)
+{
+    // With a walk or an operation on the root chain only a search meets every page that may be locked.
+    if (state == nullptr || state->rootPage == noPage || rootChain == nullptr || rootChain->state == nullptr ||
+        plainDescents() || rootChain->state->running > 0 || rootChain->state->walks > 0)
+        return Status::notApplicable;
+    if (failed(page.load(*rootChain, LockType::write, state->rootPage)))
+        return Status::notApplicable;
+    slot = state->rootSlot;
+    const BTreeView objects = page.tree();
+    if (slot < objects.maxCount() && objects.slotInUse(slot) && compareRootObjects(&key, objects.item(slot)) == 0)
+        return Status::success;
+    ignore(page.release());
+    return Status::notApplicable;
+}
+
+void noteRootObject(ChainState* state, const KALDBRootObject& object)
+{
+    if (state != nullptr)
+        state->root = object;
+}
+
+namespace {
+
+/// Remembers where the chain's root object is stored.
+void notePlace(ChainState& state, KALDBChain& root, const KALDBRootObject& object)
+{
+    constexpr static TraceSource here = rootSource(u"kaldbUpdateRootObject");
+    ChainPage page{here, u"could not unload page %ld"};
+    EmptyPageMet empty;
+    SlotIndex slot = noSlot;
+    state.rootPage = noPage;
+    if (ok(dbchainFindSearchPage(root, &object, page, empty)) &&
+        ok(page.tree().searchIndex(&object, compareRootObjects, slot))) {
+        state.rootPage = page.number();
+        state.rootSlot = slot;
+    }
+}
+
+Status storeRootObject(ChainState* state, KALDBChain& root, KALDBRootObject& object)
+{
+    constexpr static TraceSource here = rootSource(u"kaldbUpdateRootObject");
+    ChainPage page{here, u"could not unload page %ld"};
+    SlotIndex slot = noSlot;
+    if (ok(kaldbLoadRootObjectInPlace(state, object, page, slot))) {
+        writeField(page.tree().item(slot), 0, object);
+        ignore(page.markDirty());
+        return Status::success;
+    }
+    const Status status = kaldbUpdateChainRecord(root, &object);
+    if (ok(status) && state != nullptr && !plainDescents())
+        notePlace(*state, root, object);
+    return status;
+}
+
+}  // namespace
+
+Status kaldbUpdateRootObject(KALDBRootObject& object, ChainState* state)
 {
     constexpr TraceSource here = rootSource(u"kaldbUpdateRootObject");
     KALDBChain* root = nullptr;
     Status status = kaldbGetRootChain(root);
     if (ok(status)) {
         useWaitingCounter(object);
-        status = kaldbUpdateChainRecord(*root, &object);
+        status = storeRootObject(state, *root, object);
     }
     if (failed(status))
         return KAL_TRACE(here, status, u"could not update object '%s' in root", object.name);
     dropWaitingCounter(object);
+    noteRootObject(state != nullptr ? state : findChainState(object.kind, object.name), object);
     if (object.kind == KALDB_OBJECT_ROOT)
         refreshRootElement(object);
     return Status::success;
@@ -126,19 +184,28 @@ Status kaldbGetRootObject(std::int32_t kind, const char16_t* name, KALDBRootObje
     return Status::success;
 }
 
-Status kaldbGetChainTopPage(std::int32_t kind, const char16_t* name, PageNumber& page)
+Status rootObjectOf(const KALDBChain& chain, KALDBRootObject& object)
+{
+    const ChainState* state = chain.state;
+    if (chain.kind == KALDB_OBJECT_ROOT || state == nullptr || !state->knowsRoot() || plainDescents())
+        return kaldbGetRootObject(chain.kind, chain.name, object);
+    object = state->root;
+    return Status::success;
+}
+
+Status kaldbGetChainTopPage(const KALDBChain& chain, PageNumber& page)
 {
     KALDBRootObject object;
-    if (Status s = kaldbGetRootObject(kind, name, object); failed(s))
+    if (Status s = rootObjectOf(chain, object); failed(s))
         return s;
     page = object.topPage;
     return Status::success;
 }
 
-Status kaldbGetChainFirstPage(std::int32_t kind, const char16_t* name, PageNumber& page)
+Status kaldbGetChainFirstPage(const KALDBChain& chain, PageNumber& page)
 {
     KALDBRootObject object;
-    if (Status s = kaldbGetRootObject(kind, name, object); failed(s))
+    if (Status s = rootObjectOf(chain, object); failed(s))
         return s;
     page = object.firstPage;
     return Status::success;

@@ -89,6 +89,8 @@ Status storeWaitingCounters()
             useWaitingCounter(object);
             status = updateUnderReadLock(*root, &object);
         }
+        if (ok(status))
+            noteRootObject(findChainState(object.kind, object.name), object);
         keepFirst(result, status);
         if (ok(status))
             dropAt(link);
@@ -98,20 +100,20 @@ Status storeWaitingCounters()
     return result;
 }
 
-Status kaldbGetNextObjectID(std::int32_t kind, const char16_t* name, KALDBID& id)
+Status kaldbGetNextObjectID(const KALDBChain& chain, KALDBID& id)
 {
     constexpr TraceSource here = rootSource(u"kaldbGetNextObjectID");
     KALDBRootObject object;
-    if (Status s = kaldbGetRootObject(kind, name, object); failed(s))
-        return KAL_TRACE(here, s, u"could not retrive root data for '%s'", name);
+    if (Status s = rootObjectOf(chain, object); failed(s))
+        return KAL_TRACE(here, s, u"could not retrive root data for '%s'", chain.name);
     useWaitingCounter(object);
     if (Status s = asStatus(kaldbIDCopy(&id, &object.nextID)); failed(s))
-        return KAL_TRACE(here, s, u"could not retrieve unique ID for '%s'", name);
+        return KAL_TRACE(here, s, u"could not retrieve unique ID for '%s'", chain.name);
     kaldbIDIncrement(&object.nextID);
-    const Status status = kaldbUpdateRootObject(object);
+    const Status status = kaldbUpdateRootObject(object, chain.state);
     if (ok(status))
         return status;
-    KAL_TRACE(here, status, u"could not update root data for '%s'", name);
+    KAL_TRACE(here, status, u"could not update root data for '%s'", chain.name);
     // The identifier is good as long as the counter is not forgotten.
     return keepWaitingCounter(object);
 }

@@ -162,6 +162,16 @@ Status KALPageManager::unlock(PageNumber page)
     return Status::success;
 }
 
+Status KALPageManager::reference(PageNumber page, std::byte*& body)
+{
+    std::uint32_t slot = SlotCache::none;
+    if (Status s = pmLoadPage(page, slot); failed(s))
+        return s;
+    cache_.reference(slot);
+    body = cache_.body(slot);
+    return Status::success;
+}
+
 Status KALPageManager::unreference(std::byte* body)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerUnreferencePage");

@@ -41,6 +41,8 @@ public:
     Status unload(std::byte* body);
     /// The same by page number; reads the page back in when it was swapped out.
     Status unlock(PageNumber page);
+    /// Keeps the page in the cache without a lock, whoever holds one.
+    Status reference(PageNumber page, std::byte*& body);
     /// Drops one reference and keeps the lock.
     Status unreference(std::byte* body);
     /// Releases one lock and nothing else: no reference, no read.

@@ -45,11 +45,6 @@ Status KALPageTracker::initialize(std::uint32_t recordCount, Handle<KALPageTrack
     return Status::success;
 }
 
-std::uint32_t KALPageTracker::freeRecords() const
-{
-    return static_cast<std::uint32_t>(std::ranges::count(records(), noPage, &KALPageLock::page));
-}
-
 Status KALPageTracker::deinitialize(Handle<KALPageTracker> tracker)
 {
     tracker.reset();

@@ -47,7 +47,7 @@ public:
     Status lockType(PageNumber page, LockType& type) const;
     Status lockCount(PageNumber page, std::uint32_t& count) const;
     /// How many further pages can be held.
-    std::uint32_t freeRecords() const;
+    std::uint32_t freeRecords() const { return recordCount_ - held_; }
     bool isLocked(PageNumber page) const { return pagetrackerFindPage(page) != nullptr; }
 
 private:
