@@ -1,17 +1,13 @@
-// Walks over the items of a page in key order, all of them or the run that a partial key selects, as enumerators of the
-// support library.
-//
-// The page is looked up through a reference at every step, so that its owner may unload it and load it again between
-// steps. A walk tells nothing about items that come and go: it goes on from its current slot, and from a slot that was
-// freed meanwhile there is nowhere to go. On a sound page every step leads to a greater item, so that a walk ends;
-// links that lead round in a damaged page are found out after as many steps as the page has slots.
-
-#include "kalbtree/internal.h"
+// Walks over the items of a page as enumerators of the support library. The page is looked up through a reference at
+// every step.
 
 #include "common/memory.h"
+#include "kalbtree/internal.h"
+#include "kalbtree/walk.h"
 
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 namespace kaldb {
 namespace {
@@ -19,122 +15,35 @@ namespace {
 /// The user data of an enumerator. The key follows it: `itemSize` bytes.
 struct KALBTreeEnum {
     KALBTreePage** pageRef;
-    Compare compare;          // null: the walk is over all items
-    std::uint32_t position;   // the support library's, at the last successful move
-    std::uint32_t itemSize;   // of the page that the walk began on
-    std::uint32_t stepsLeft;  // until the next look ahead for a circle
-    SlotIndex start;
-    SlotIndex current;
+    std::uint32_t position;  // the support library's, at the last successful move
+    BTreeWalk walk;
 
     std::byte* key() { return static_cast<std::byte*>(static_cast<void*>(this + 1)); }
 };
-static_assert(std::is_trivially_copyable_v<KALBTreeEnum> && alignof(KALBTreeEnum) <= alignof(std::max_align_t));
+static_assert(std::is_trivially_destructible_v<KALBTreeEnum> && alignof(KALBTreeEnum) <= alignof(std::max_align_t));
 
-/// What a walk looks for: everything without `compare`.
-struct Selection {
-    const void* key = nullptr;
-    Compare compare = nullptr;
-};
-
-/// Up from `index` to the first ancestor that it lies on the smaller side of.
-Status climb(BTreeParts page, SlotIndex index, SlotIndex& found)
+Status moveNext(KALBTreeEnum& record, std::uint32_t& position)
 {
-    SlotIndex child = index;
-    SlotIndex parent = page.slots[index].parent;
-    for (std::uint32_t stepsLeft = page.maxCount; page.has(parent); --stepsLeft) {
-        if (stepsLeft == 0)
-            return Status::failure;
-        if (page.slots[parent].prev == child)
-            break;
-        child = parent;
-        parent = page.slots[parent].parent;
-    }
-    if (parent != noSlot && !page.has(parent))
-        return Status::failure;
-    found = parent;
-    return Status::success;
+    const Status status = record.walk.moveNext(*record.pageRef);
+    if (status == Status::endOfEnumeration)
+        position = record.position;
+    else if (ok(status))
+        record.position = position;
+    return status;
 }
 
-/// The next matching item in key order after slot `index`, or `noSlot`.
-Status btreeFindNextItemIndex(BTreeParts page, SlotIndex index, Selection wanted, SlotIndex& found)
-{
-    SlotIndex next = noSlot;
-    if (page.slots[index].next != noSlot) {
-        const SlotIndex below = page.slots[index].next;
-        if (Status s = btreeFindFirstItemIndex(page, below, wanted.key, wanted.compare, next); failed(s))
-            return s;
-    }
-    if (next == noSlot) {
-        if (Status s = climb(page, index, next); failed(s))
-            return s;
-        if (next != noSlot && wanted.compare != nullptr && wanted.compare(wanted.key, page.item(next)) != 0)
-            next = noSlot;
-    }
-    found = next;
-    return Status::success;
-}
-
-/// Whether a walk from slot `index` comes to an end; `failure` when links lead round.
-Status checkWalkEnds(BTreeParts page, SlotIndex index, Selection wanted)
-{
-    for (std::uint32_t stepsLeft = page.maxCount; index != noSlot; --stepsLeft) {
-        if (stepsLeft == 0)
-            return Status::failure;
-        if (Status s = btreeFindNextItemIndex(page, index, wanted, index); failed(s))
-            return s;
-    }
-    return Status::success;
-}
-
-/// The page that the walk is on now; `failure` when there is none or its items are of another size.
-Status currentPage(const KALBTreeEnum& walk, KALBTreePage*& page)
-{
-    page = *walk.pageRef;
-    return page != nullptr && page->itemSize == walk.itemSize ? Status::success : Status::failure;
-}
-
-Status moveNext(KALBTreeEnum& walk, std::uint32_t& position)
-{
-    KALBTreePage* header = nullptr;
-    if (Status s = currentPage(walk, header); failed(s))
-        return s;
-    const BTreeParts page{header};
-    const Selection wanted{walk.compare == nullptr ? nullptr : walk.key(), walk.compare};
-    SlotIndex next = noSlot;
-    if (walk.current != noSlot) {
-        if (!page.has(walk.current))
-            return Status::failure;
-        if (Status s = btreeFindNextItemIndex(page, walk.current, wanted, next); failed(s))
-            return s;
-    }
-    if (next == noSlot) {
-        position = walk.position;
-        return Status::endOfEnumeration;
-    }
-    if (walk.stepsLeft == 0) {
-        // Items that come and go make a walk this long too; only an endless one is refused.
-        if (Status s = checkWalkEnds(page, next, wanted); failed(s))
-            return s;
-        walk.stepsLeft = page.maxCount;
-    }
-    --walk.stepsLeft;
-    walk.current = next;
-    walk.position = position;
-    return Status::success;
-}
-
-Status move(KALBTreeEnum& walk, std::uint32_t kind, std::uint32_t& position)
+Status move(KALBTreeEnum& record, std::uint32_t kind, std::uint32_t& position)
 {
     switch (kind) {
     case KAL_MOVE_FIRST:
-        walk.current = walk.start;
-        walk.position = position;
+        record.walk.moveFirst();
+        record.position = position;
         return Status::success;
     case KAL_MOVE_LAST: return Status::notSupported;
-    case KAL_MOVE_NEXT: return moveNext(walk, position);
+    case KAL_MOVE_NEXT: return moveNext(record, position);
     case KAL_MOVE_PREVIOUS:
-        walk.current = noSlot;
-        walk.position = position;
+        record.walk.leave();
+        record.position = position;
         return Status::success;
     default: return Status::failure;
     }
@@ -142,8 +51,6 @@ Status move(KALBTreeEnum& walk, std::uint32_t kind, std::uint32_t& position)
 
 std::uint32_t btreeEnumMoveSequential(KALEnumerator*, void* userData, std::uint32_t kind, std::uint32_t* position)
 {
-    static constexpr TraceSource here = btreeSource(u"btreeEnumMoveSequential");
-    KAL_TRACE(here, u"locating item");
     return code(move(*static_cast<KALBTreeEnum*>(userData), kind, *position));
 }
 
@@ -151,14 +58,11 @@ std::uint32_t btreeEnumUnsupported(KALEnumerator*, void*) { return KALDB_NOT_SUP
 
 std::uint32_t btreeEnumGetItem(KALEnumerator*, void* userData, std::uint32_t position, void* buffer, std::uint32_t)
 {
-    const auto& walk = *static_cast<const KALBTreeEnum*>(userData);
-    KALBTreePage* header = nullptr;
-    if (position != walk.position || failed(currentPage(walk, header)))
+    const auto& record = *static_cast<const KALBTreeEnum*>(userData);
+    std::byte* item = nullptr;
+    if (position != record.position || failed(record.walk.current(*record.pageRef, item)))
         return KALDB_FAILURE;
-    const BTreeParts page{header};
-    if (!page.has(walk.current))
-        return KALDB_FAILURE;
-    std::memcpy(buffer, page.item(walk.current), page.itemSize);
+    std::memcpy(buffer, item, (*record.pageRef)->itemSize);
     return KALDB_SUCCESS;
 }
 
@@ -171,7 +75,7 @@ std::uint32_t btreeEnumFree(KALEnumerator*, void* userData)
 constexpr KALEnumeratorCallbacks callbacks{btreeEnumMoveSequential, btreeEnumUnsupported, btreeEnumGetItem,
                                            btreeEnumFree};
 
-Status btreeEnumCreate(KALBTreePage** pageRef, SlotIndex start, Selection wanted, KALEnumerator*& enumerator)
+Status btreeEnumCreate(KALBTreePage** pageRef, BTreeWalk walk, const void* key, KALEnumerator*& enumerator)
 {
     static constexpr TraceSource here = btreeSource(u"btreeEnumCreate");
     const std::uint32_t itemSize = (*pageRef)->itemSize;
@@ -182,53 +86,43 @@ Status btreeEnumCreate(KALBTreePage** pageRef, SlotIndex start, Selection wanted
     if (memory == nullptr)
         return Status::outOfMemory;
 
-    auto* walk = new (memory.get()) KALBTreeEnum{.pageRef = pageRef,
-                                                 .compare = wanted.compare,
-                                                 .position = 0,
-                                                 .itemSize = itemSize,
-                                                 .stepsLeft = (*pageRef)->maxCount,
-                                                 .start = start,
-                                                 .current = start};
-    if (wanted.key != nullptr)
-        std::memcpy(walk->key(), wanted.key, itemSize);
+    auto* record = new (memory.get()) KALBTreeEnum{.pageRef = pageRef, .position = 0, .walk = walk};
+    if (key != nullptr) {
+        std::memcpy(record->key(), key, itemSize);
+        record->walk.setKey(record->key());
+    }
     KALEnumerator* made = nullptr;
-    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, walk, &made)); failed(s))
+    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, record, &made)); failed(s))
         return KAL_TRACE(here, s, u"could not create enumerator");
     static_cast<void>(memory.release());
     enumerator = made;
     return Status::success;
 }
 
-/// A walk needs its page behind the reference from the start.
-bool refersTo(KALBTreePage** pageRef, const KALBTreePage* page)
+Status createEnumerator(BTreeView page, BTreeWalk::Selection wanted, KALBTreePage** pageRef, KALEnumerator*& enumerator)
 {
-    return *pageRef != nullptr && (*pageRef)->itemSize == page->itemSize;
+    if (page.count() == 0)
+        return Status::notFound;
+    // A walk needs its page behind the reference from the start.
+    if (*pageRef == nullptr || (*pageRef)->itemSize != page.itemSize())
+        return Status::failure;
+    BTreeWalk walk;
+    if (Status s = BTreeWalk::begin(page, wanted, walk); failed(s))
+        return s;
+    return btreeEnumCreate(pageRef, walk, wanted.key, enumerator);
 }
 
 }  // namespace
 
 Status BTreeView::enumerate(KALBTreePage** pageRef, KALEnumerator*& enumerator) const
 {
-    if (count() == 0)
-        return Status::notFound;
-    if (!refersTo(pageRef, page_))
-        return Status::failure;
-    return btreeEnumCreate(pageRef, page_->smallest, {}, enumerator);
+    return createEnumerator(*this, {}, pageRef, enumerator);
 }
 
 Status BTreeView::searchPartialKey(const void* key, Compare compare, KALBTreePage** pageRef,
                                    KALEnumerator*& enumerator) const
 {
-    if (count() == 0)
-        return Status::notFound;
-    if (!refersTo(pageRef, page_))
-        return Status::failure;
-    SlotIndex first = noSlot;
-    if (Status s = btreeFindFirstItemIndex(BTreeParts{page_}, page_->root, key, compare, first); failed(s))
-        return s;
-    if (first == noSlot)
-        return Status::notFound;
-    return btreeEnumCreate(pageRef, first, {key, compare}, enumerator);
+    return createEnumerator(*this, {key, compare}, pageRef, enumerator);
 }
 
 Status BTreeView::getByEnumerator(KALEnumerator* enumerator, std::byte*& item) const
@@ -237,7 +131,7 @@ Status BTreeView::getByEnumerator(KALEnumerator* enumerator, std::byte*& item) c
     void* userData = nullptr;
     if (Status s = asStatus(kalEnumeratorGetUserData(enumerator, &userData)); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve enumerator data");
-    const SlotIndex current = static_cast<const KALBTreeEnum*>(userData)->current;
+    const SlotIndex current = static_cast<const KALBTreeEnum*>(userData)->walk.slot();
     if (current >= maxCount())
         return Status::failure;
     item = this->item(current);

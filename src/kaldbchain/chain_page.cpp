@@ -18,6 +18,16 @@ Status ChainPage::load(const KALDBChain& chain, LockType lock, PageNumber page)
     return damagedChain(*source_, page);
 }
 
+Status ChainPage::loadLocked(const KALDBChain& chain, PageNumber page)
+{
+    if (Status s = hold_.reference(*chainStorage().pageManager, page); failed(s))
+        return s;
+    if (ok(check(chain)) && linksAreSound())
+        return Status::success;
+    ignore(hold_.release());
+    return damagedChain(*source_, page);
+}
+
 Status ChainPage::loadByLocator(const KALDBChain& chain, LockType lock, PageNumber page)
 {
     if (page >= chainStorage().pageManager->pageCount())

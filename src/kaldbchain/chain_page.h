@@ -23,6 +23,8 @@ public:
 
     /// `failure` when the page cannot belong to the chain; damage is noted then.
     Status load(const KALDBChain& chain, LockType lock, PageNumber page);
+    /// Keeps the page in the cache and takes no lock: for a page on which the caller has one that outlives this.
+    Status loadLocked(const KALDBChain& chain, PageNumber page);
     /// `notFound` for a page that is not one of the chain's kind and record size: for locators, which anyone can make.
     Status loadByLocator(const KALDBChain& chain, LockType lock, PageNumber page);
     /// A new page at the end of the file; its links name no other page.

@@ -50,8 +50,6 @@ bool pagesStillThere(const KALDBChainEnum& walk)
 void destroy(KALDBChainEnum* walk)
 {
     constexpr TraceSource here = chainSource(u"dbchainEnumFree");
-    if (Status s = asStatus(kalEnumeratorFree(walk->btreeEnum)); failed(s))
-        KAL_TRACE(here, s, u"could not free btree enumerator");
     if (pagesStillThere(*walk)) {
         if (Status s = chainStorage().pageManager->releaseLock(walk->page); failed(s))
             KAL_TRACE(here, s, u"enumerator 0x%08X could not unlock page %ld", traceAddress(walk), walk->page);
@@ -90,11 +88,9 @@ void destroyIfFreedMeanwhile(KALDBChainEnum* walk)
 constexpr TraceSource moveNext = chainSource(u"dbchainEnumMoveNext");
 
 /// Goes over to a page whose matches `matches` enumerates: the lock follows, the old page's standing lock goes.
-void enterPage(KALDBChainEnum& walk, ChainPage& next, KALEnumerator* matches)
+void enterPage(KALDBChainEnum& walk, ChainPage& next, const BTreeWalk& matches)
 {
     KAL_TRACE(moveNext, u"enumerator 0x%08X new page %ld has matches", traceAddress(&walk), next.number());
-    if (Status s = asStatus(kalEnumeratorFree(walk.btreeEnum)); failed(s))
-        KAL_TRACE(moveNext, s, u"could not free enumerator");
     const PageNumber old = walk.page;
     walk.page = next.number();
     walk.btreeEnum = matches;
@@ -116,15 +112,12 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
     if (++walk.pagesEntered > chainStorage().pageManager->pageCount())
         return damagedChain(moveNext, next.number());
 
-    KALBTreePage* const currentTree = walk.btreePage;
-    walk.btreePage = next.tree().page();
-    KALEnumerator* matches = nullptr;
-    const Status status = next.tree().searchPartialKey(walk.key(), walk.compare, &walk.btreePage, matches);
+    BTreeWalk matches;
+    const Status status = BTreeWalk::begin(next.tree(), {walk.key(), walk.compare}, matches);
     if (ok(status)) {
         enterPage(walk, next, matches);
         return Status::success;
     }
-    walk.btreePage = currentTree;
     if (status != Status::notFound)
         return KAL_TRACE(moveNext, status, u"could not create enumerator");
     // Its records all sort after the matches, so no later page can hold one.
@@ -143,10 +136,9 @@ Status dbchainEnumMoveNext(KALDBChainEnum& walk)
     [[maybe_unused]] const PageNumber old = walk.page;
     KAL_TRACE(moveNext, u"enumerator 0x%08X looking at page %ld", traceAddress(&walk), walk.page);
     ChainPage page{moveNext, u"could not unload page %ld"};
-    if (Status s = page.load(*walk.chain, walk.lockType, walk.page); failed(s))
+    if (Status s = page.loadLocked(*walk.chain, walk.page); failed(s))
         return KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not load page %ld", traceAddress(&walk), walk.page);
-    walk.btreePage = page.tree().page();
-    Status status = asStatus(kalEnumeratorMoveNext(walk.btreeEnum));
+    Status status = walk.btreeEnum.moveNext(page.tree().page());
     if (ok(status) && movesInACircle(walk, page))
         return damagedChain(moveNext, walk.page);
     if (ok(status))
@@ -177,7 +169,8 @@ Status dbchainEnumMove(KALDBChainEnum& walk, std::uint32_t kind, std::uint32_t& 
     return status;
 }
 
-Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer, std::uint32_t size)
+/// The buffer has room for a record.
+Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumGetItem");
     const EnumeratorCall call{walk};
@@ -185,14 +178,16 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer, std::uint32_t size
         return call.status();
     KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
     ChainPage page{here, u"could not unload page %ld"};
-    if (Status s = page.load(*walk.chain, walk.lockType, walk.page); failed(s))
+    if (Status s = page.loadLocked(*walk.chain, walk.page); failed(s))
         return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
-    walk.btreePage = page.tree().page();
-    const Status status = asStatus(kalEnumeratorGetItem(walk.btreeEnum, buffer, size));
-    if (ok(status))
+    std::byte* item = nullptr;
+    const Status status = walk.btreeEnum.current(page.tree().page(), item);
+    if (ok(status)) {
+        std::memcpy(buffer, item, page.tree().itemSize());
         KAL_TRACE(here, u"retrieved item");
-    else
+    } else {
         KAL_TRACE(here, status, u"could not retrieve btree item");
+    }
     ignore(recordEvent(*walk.chain, KALDB_EVENT_READ, status, buffer));
     return status;
 }
@@ -209,10 +204,10 @@ std::uint32_t onMove(KALEnumerator*, void* data, std::uint32_t kind, std::uint32
 
 std::uint32_t onUnsupported(KALEnumerator*, void*) { return code(Status::notSupported); }
 
-std::uint32_t onGetItem(KALEnumerator*, void* data, std::uint32_t, void* buffer, std::uint32_t size)
+std::uint32_t onGetItem(KALEnumerator*, void* data, std::uint32_t, void* buffer, std::uint32_t)
 {
     auto* walk = static_cast<KALDBChainEnum*>(data);
-    const std::uint32_t status = guarded([&] { return dbchainEnumGetItem(*walk, buffer, size); });
+    const std::uint32_t status = guarded([&] { return dbchainEnumGetItem(*walk, buffer); });
     destroyIfFreedMeanwhile(walk);
     return status;
 }
@@ -241,17 +236,13 @@ Status createEnumerator(KALDBChain& chain, LockType lock, const void* key, Compa
     walk->compare = compare;
     walk->page = page.number();
     walk->lockType = lock;
-    walk->btreePage = page.tree().page();
     walk->pagesEntered = 1;
     std::memcpy(walk->key(), key, chain.recordSize);
 
-    if (Status s = page.tree().searchPartialKey(key, compare, &walk->btreePage, walk->btreeEnum); failed(s))
+    if (Status s = BTreeWalk::begin(page.tree(), {walk->key(), compare}, walk->btreeEnum); failed(s))
         return KAL_TRACE(query, s, u"could not retrieve btree enumerator");
-    if (Status s = asStatus(kalEnumeratorCreate(&enumeratorCallbacks, walk, &enumerator)); failed(s)) {
-        KAL_TRACE(query, s, u"could not create enumerator");
-        ignore(asStatus(kalEnumeratorFree(walk->btreeEnum)));
-        return s;
-    }
+    if (Status s = asStatus(kalEnumeratorCreate(&enumeratorCallbacks, walk, &enumerator)); failed(s))
+        return KAL_TRACE(query, s, u"could not create enumerator");
     KAL_TRACE(query, u"enumerator 0x%08X on page %ld", traceAddress(walk), walk->page);
     enlist(*walk);
     (void)memory.release();  // the enumerator owns it from now on

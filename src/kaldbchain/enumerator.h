@@ -2,7 +2,7 @@
 #pragma once
 
 #include "common/page_number.h"
-#include "kalbtree/btree_view.h"
+#include "kalbtree/walk.h"
 #include "kaldbchain/chain.h"
 
 #include <cstddef>
@@ -13,8 +13,7 @@ struct KALDBChainEnum {
     kaldb::Compare compare;  // 0 for a match
     kaldb::PageNumber page;  // the current page: one lock of `lockType` on it, no reference
     kaldb::LockType lockType;
-    KALEnumerator* btreeEnum;  // over the matches of the current page
-    KALBTreePage* btreePage;   // the current page while it is loaded: what `btreeEnum` reads through
+    kaldb::BTreeWalk btreeEnum;  // over the matches of the current page, by the key behind this structure
     std::uint32_t moves;
     std::uint32_t pagesEntered;
     std::uint32_t movesInPage;

@@ -19,32 +19,21 @@ bool passed(PageOrder::Passes passes, std::int32_t order)
     return passes == PageOrder::Passes::notAbove ? order >= 0 : order > 0;
 }
 
-/// A look at a page that the operation may hold with any lock: kept in the cache, but not locked.
+/// A look at a page that the operation may hold with any lock.
 class PageGlance {
 public:
-    PageGlance() = default;
-    ~PageGlance()
+    Status smallest(const KALDBChain& chain, PageNumber number, std::byte*& item)
     {
-        if (body_ != nullptr)
-            ignore(chainStorage().pageManager->unreference(body_));
-    }
-    PageGlance(const PageGlance&) = delete;
-    PageGlance& operator=(const PageGlance&) = delete;
-
-    Status smallest(const KALDBChain& chain, PageNumber page, std::byte*& item)
-    {
-        if (Status s = chainStorage().pageManager->reference(page, body_); failed(s))
-            return s;
-        BTreeView view;
-        const std::span<std::byte> area{body_ + sizeof(KALDBPageLinks), typedPageSize};
-        if (Status s = BTreeView::open(area, chain.recordSize, view); failed(s))
+        if (Status s = page_.loadLocked(chain, number); failed(s))
             return s;
         SlotIndex index = noSlot;
-        return view.smallest(item, index);
+        return page_.tree().smallest(item, index);
     }
 
 private:
-    std::byte* body_ = nullptr;
+    static constexpr TraceSource here = chainSource(u"PageOrder");
+
+    ChainPage page_{here, u"could not unload page %ld"};
 };
 
 }  // namespace

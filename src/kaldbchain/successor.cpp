@@ -1,5 +1,6 @@
 // From a page to the page that follows it in key order, and the walk over a whole chain.
 
+#include "kalbtree/walk.h"
 #include "kaldbchain/internal.h"
 #include "kaldbchain/ordered.h"
 #include "kaldbroot/catalogue.h"
@@ -97,14 +98,12 @@ constexpr TraceSource walk = chainSource(u"kaldbEnumChainWithCallback");
 Status handOverPage(const ChainPage& page, void* context, KALDBEnumCallback callback)
 {
     KALBTreePage* tree = page.tree().page();
-    KALEnumerator* records = nullptr;
-    Status status = page.tree().enumerate(&tree, records);
-    if (failed(status))
-        return status;
+    BTreeWalk records;
+    Status status = BTreeWalk::begin(page.tree(), {}, records);
     // The page does not change under the walk, so more records than it holds come from links that run in a circle.
     for (std::uint32_t left = page.tree().count(); ok(status); --left) {
         std::byte* record = nullptr;
-        status = left == 0 ? damagedChain(walk, page.number()) : page.tree().getByEnumerator(records, record);
+        status = left == 0 ? damagedChain(walk, page.number()) : records.current(tree, record);
         if (failed(status)) {
             KAL_TRACE(walk, status, u"could not retrieve item");
             break;
@@ -113,10 +112,8 @@ Status handOverPage(const ChainPage& page, void* context, KALDBEnumCallback call
         if (failed(status))
             KAL_TRACE(walk, status, u"callback function failed");
         else
-            status = asStatus(kalEnumeratorMoveNext(records));
+            status = records.moveNext(tree);
     }
-    if (Status s = asStatus(kalEnumeratorFree(records)); failed(s))
-        KAL_TRACE(walk, s, u"could not free btree enumerator");
     return status;
 }
 

@@ -60,7 +60,7 @@ Status kaldbUpdateCurrentChainRecord(KALDBChain& chain, KALEnumerator* enumerato
     if (Status s = page.load(chain, walk->lockType, walk->page); failed(s))
         return KAL_TRACE(here, s, u"could not load page");
     std::byte* current = nullptr;
-    if (Status s = page.tree().getByEnumerator(walk->btreeEnum, current); failed(s))
+    if (Status s = walk->btreeEnum.current(page.tree().page(), current); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve record");
 
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_DELETE, Status::success, current); failed(s))

@@ -11,19 +11,20 @@
 
 #include <kaldb/identifiers.h>
 
+#include <cstddef>
+
 namespace kaldb {
 
 namespace {
 
 constexpr TraceSource indexSource(const char16_t* operation) { return {u"kaldbindex: ", operation}; }
 
+/// The order of identifiers, which is that of their sequence numbers.
 std::int32_t compareIndexRecords(const void* probe, const void* stored)
 {
-    const auto first = readField<KALDBID>(probe);
-    const auto second = readField<KALDBID>(stored);
-    std::int32_t order = 0;
-    kaldbIDCompare(&first, &second, &order);
-    return order;
+    const auto first = readField<std::uint64_t>(probe, offsetof(KALDBID, sequence));
+    const auto second = readField<std::uint64_t>(stored, offsetof(KALDBID, sequence));
+    return first < second ? -1 : first > second ? 1 : 0;
 }
 
 }  // namespace

@@ -136,17 +136,20 @@ Status KALPageManager::pmCreatePage(LockType lock, std::uint32_t& slot)
     return Status::success;
 }
 
-// Releasing is a load without a lock: it gives back one lock and one reference.
+// Releasing gives back one lock and one reference, as a load without a lock does.
 Status KALPageManager::unload(std::byte* body)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerUnloadPage");
     constexpr TraceSource misspelt = pageManagerSource(u"kalpageManagerUnloadPage");
+    constexpr TraceSource loading = pageManagerSource(u"pmLoadPage");
     const std::uint32_t slot = cache_.slotOf(body);
     if (slot == SlotCache::none)
         return Status::invalidArgument;
     const PageNumber page = cache_.header(slot).page;
-    if (Status s = load(LockType::none, page, body); failed(s))
+    KAL_TRACE(loading, u"page %ld already in memory (SHOW LOCK & COUNT)", page);
+    if (Status s = tracker_->lock(page, static_cast<std::uint32_t>(LockType::none)); failed(s))
         return KAL_TRACE(here, s, u"could not load page %ld", page);
+    cache_.dereference(slot);
     KAL_TRACE(misspelt, u"unloaded page %ld", page);
     return Status::success;
 }

@@ -1,4 +1,4 @@
-// One lock and one reference on a page, released when the hold goes.
+// One lock and one reference on a page, or the reference alone, released when the hold goes.
 #pragma once
 
 #include "common/page_number.h"
@@ -43,7 +43,7 @@ public:
     PageHold(PageHold&& other) noexcept
         : source_(other.source_), unloadFailure_(other.unloadFailure_),
           manager_(std::exchange(other.manager_, nullptr)), body_(std::exchange(other.body_, nullptr)),
-          page_(std::exchange(other.page_, noPage))
+          page_(std::exchange(other.page_, noPage)), locked_(other.locked_)
     {
     }
     /// Takes over the other hold's page; the page held so far is unloaded. The texts stay each hold's own.
@@ -54,6 +54,7 @@ public:
             manager_ = std::exchange(other.manager_, nullptr);
             body_ = std::exchange(other.body_, nullptr);
             page_ = std::exchange(other.page_, noPage);
+            locked_ = other.locked_;
         }
         return *this;
     }
@@ -66,6 +67,18 @@ public:
         if (Status s = manager.load(lock, page, body); failed(s))
             return s;
         adopt(manager, body, page);
+        return Status::success;
+    }
+
+    /// The reference alone, without a lock.
+    Status reference(KALPageManager& manager, PageNumber page)
+    {
+        unload();
+        std::byte* body = nullptr;
+        if (Status s = manager.reference(page, body); failed(s))
+            return s;
+        adopt(manager, body, page);
+        locked_ = false;
         return Status::success;
     }
 
@@ -87,6 +100,7 @@ public:
         manager_ = &manager;
         body_ = body;
         page_ = page;
+        locked_ = true;
     }
 
     /// Gives the page up without unloading it: its lock or its reference outlives the scope.
@@ -103,7 +117,8 @@ public:
             return Status::success;
         KALPageManager* manager = std::exchange(manager_, nullptr);
         page_ = noPage;
-        return manager->unload(std::exchange(body_, nullptr));
+        std::byte* body = std::exchange(body_, nullptr);
+        return locked_ ? manager->unload(body) : manager->unreference(body);
     }
 
     explicit operator bool() const { return body_ != nullptr; }
@@ -133,6 +148,7 @@ private:
     KALPageManager* manager_ = nullptr;
     std::byte* body_ = nullptr;
     PageNumber page_ = noPage;
+    bool locked_ = true;
 };
 
 }  // namespace kaldb

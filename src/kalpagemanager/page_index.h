@@ -1,12 +1,13 @@
 // From page number to cache slot: open addressing, linear probing, at most half full.
 //
-// Page numbers are dense, so a multiplication spreads them well. Removal shifts the entries behind the gap back, so
-// that no probe ever meets a grave.
+// Page numbers are dense: eight neighbours share a cache line, and a multiplication spreads the lines. Removal shifts
+// the entries behind the gap back, so that no probe ever meets a grave.
 #pragma once
 
 #include "common/memory.h"
 #include "common/page_number.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -21,14 +22,14 @@ public:
     /// An empty index for at most `slots` pages; false when there is no memory.
     bool allocate(std::uint32_t slots, const char* file)
     {
-        const std::uint32_t capacity = std::bit_ceil(2 * slots);
+        const std::uint32_t capacity = std::max(std::bit_ceil(2 * slots), std::uint32_t{2} << neighbourBits);
         const std::uint32_t bytes = capacity * static_cast<std::uint32_t>(sizeof(Entry));
         memory_ = allocateMemory(bytes, file);
         if (!memory_)
             return false;
         std::memset(memory_.get(), 0xFF, bytes);  // every slot `none`
         mask_ = capacity - 1;
-        shift_ = 32 - static_cast<std::uint32_t>(std::countr_zero(capacity));
+        shift_ = 32 + neighbourBits - static_cast<std::uint32_t>(std::countr_zero(capacity));
         return true;
     }
 
@@ -68,13 +69,19 @@ public:
     }
 
 private:
+    static constexpr std::uint32_t neighbourBits = 3;
+
     struct Entry {
         PageNumber page;
         std::uint32_t slot;
     };
 
     Entry* entries() const { return reinterpret_cast<Entry*>(memory_.get()); }
-    std::uint32_t home(PageNumber page) const { return page * 2654435769u >> shift_; }
+    std::uint32_t home(PageNumber page) const
+    {
+        constexpr std::uint32_t place = (1u << neighbourBits) - 1;
+        return ((page >> neighbourBits) * 2654435769u >> shift_) << neighbourBits | (page & place);
+    }
 
     Memory memory_;
     std::uint32_t mask_ = 0;
