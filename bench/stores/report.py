@@ -138,10 +138,11 @@ def report(runs, texts, command):
     rounds = len({run["seed"] for run in runs})
     caches = "/".join(str(cache) for cache in sorted({run["cache"] for run in runs}))
     driver = statistics.median(run["phases"]["plain memory"]["us"] for run in runs)
-    text = f"""Measured on {datetime.date.today():%-d %B %Y} by the command below: {machine()}. {versions}. Medians of {rounds}
-        runs, each in a process of its own with a cache of {caches} MiB; in brackets the multiple of kaldb's figure, which
-        is the better one where that is above 1. Microseconds an operation where nothing else is said; of each, making and
-        comparing a record takes {driver:.3f}."""
+    text = f"""
+        Measured on {datetime.date.today():%-d %B %Y} by the command below: {machine()}. {versions}. Medians of {rounds}
+        runs, each in a process of its own with a cache of {caches} MiB; in brackets the multiple of kaldb's figure,
+        which is the better one where that is above 1. Microseconds an operation where nothing else is said; of each,
+        making and comparing a record takes {driver:.3f}."""
     yield textwrap.fill(" ".join(text.split()), 120, break_on_hyphens=False)
     yield f"\n```\n{command}\n```\n"
     yield from tables(found, stores)
