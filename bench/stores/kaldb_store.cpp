@@ -87,7 +87,7 @@ public:
     void identify(std::uint64_t sequence, char* id) const override
     {
         KALDBID made;
-        kaldbIDZero(&made);
+        std::memset(&made, 0xFF, sizeof made);
         made.sequence = sequence;
         std::memcpy(id, &made, sizeof made);
     }

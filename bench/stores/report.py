@@ -11,6 +11,7 @@ import shlex
 import statistics
 import subprocess
 import sys
+import textwrap
 from collections import defaultdict
 
 import matplotlib
@@ -137,12 +138,13 @@ def report(runs, texts, command):
     rounds = len({run["seed"] for run in runs})
     caches = "/".join(str(cache) for cache in sorted({run["cache"] for run in runs}))
     driver = statistics.median(run["phases"]["plain memory"]["us"] for run in runs)
-    yield f"Measured on {datetime.date.today():%-d %B %Y}: {machine()}.\n"
-    yield f"```\n{command}\n```\n"
-    yield f"{versions}."
-    yield f"Medians of {rounds} runs, each in a process of its own with a cache of {caches} MiB; in brackets the multiple of"
-    yield "kaldb's figure, which is the better one where that is above 1. Microseconds an operation where nothing else is"
-    yield f"said; of each, making and comparing a record takes {driver:.3f}.\n"
+    text = f"""
+        Measured on {datetime.date.today():%-d %B %Y} by the command below: {machine()}. {versions}. Medians of {rounds}
+        runs, each in a process of its own with a cache of {caches} MiB; in brackets the multiple of kaldb's figure,
+        which is the better one where that is above 1. Microseconds an operation where nothing else is said; of each,
+        making and comparing a record takes {driver:.3f}."""
+    yield textwrap.fill(" ".join(text.split()), 120, break_on_hyphens=False)
+    yield f"\n```\n{command}\n```\n"
     yield from tables(found, stores)
     yield f"![Microseconds an operation against the number of records]({PLOT})\n"
     yield from text_table(texts)
