@@ -2,8 +2,10 @@
 
 #include "kaldbchain/page_order.h"
 
+#include "common/prefetch.h"
 #include "kaldbchain/internal.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace kaldb {
@@ -13,6 +15,7 @@ namespace {
 constexpr std::size_t memoryShare = 8;       // of the pages, at most one part in so many
 constexpr std::size_t bytesBesideCopy = 32;  // page number, spare places, the block's own share
 constexpr std::size_t spareEntries = 4;
+constexpr unsigned stepsAhead = 3;
 
 bool passed(PageOrder::Passes passes, std::int32_t order)
 {
@@ -104,12 +107,24 @@ bool PageOrder::findWhereLastFound(const void* key, Compare compare, Passes pass
     return !next(following) || !entryPassed(following);
 }
 
+/// Asks for the records that the next steps may compare with, so that they need not wait for one another.
+void PageOrder::prefetchAhead(const Block& block, std::size_t begin, std::size_t end) const
+{
+    constexpr std::size_t parts = std::size_t{1} << stepsAhead;
+    for (std::size_t part = 1; part < parts; ++part)
+        prefetch(block.records.data() + (begin + part * (end - begin) / parts) * recordSize_,
+                 std::min(recordSize_, cacheLine));
+}
+
 /// From the block's first entry, which the key passes, to the last.
 Status PageOrder::findInBlock(const KALDBChain& chain, const void* key, Compare compare, Passes passes, Place& place)
 {
     Block& block = blocks_[place.block];
     std::size_t begin = 1;
-    for (std::size_t end = block.pages.size(); begin < end;) {
+    std::size_t end = block.pages.size();
+    for (unsigned step = 0; begin < end; ++step) {
+        if (copies_ && step % stepsAhead == 0)
+            prefetchAhead(block, begin, end);
         const std::size_t middle = begin + (end - begin) / 2;
         PageGlance glance;
         std::byte* smallest = nullptr;

@@ -1,4 +1,5 @@
 // Loading, creating and giving back pages.
+#include "common/prefetch.h"
 #include "kalpagemanager/internal.h"
 #include "kalpagemanager/page_manager.h"
 
@@ -12,6 +13,7 @@ Status KALPageManager::load(LockType lock, PageNumber page, std::byte*& body)
     std::uint32_t slot = SlotCache::none;
     if (Status s = pmLoadPage(page, slot); failed(s))
         return s;
+    prefetch(cache_.page(slot), pageSize);  // a search reads here and there, each time where the last look led it
     if (Status s = tracker_->lock(page, static_cast<std::uint32_t>(lock)); failed(s))
         return KAL_TRACE(here, s, u"could not lock page %ld", page);
     if (lock == LockType::none)

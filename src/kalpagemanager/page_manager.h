@@ -103,6 +103,8 @@ private:
     Status reopen();
     Status kalPageManagerFlushPage(std::uint32_t slot);
     Status flushSlots(bool cleanOnesToo);
+    std::uint32_t neighboursToWrite(std::uint32_t slot) const;
+    Status writeSlots(std::uint32_t slot, std::uint32_t count);
     Status sync();
     void redirtyCache();
 

@@ -2,6 +2,8 @@
 #include "kalpagemanager/internal.h"
 #include "kalpagemanager/page_manager.h"
 
+#include <algorithm>
+
 using namespace kaldb;
 
 namespace {
@@ -62,30 +64,41 @@ Status KALPageManager::flushPage(std::byte* body)
     return slot == SlotCache::none ? Status::invalidArgument : kalPageManagerFlushPage(slot);
 }
 
-// The image in the file has the flag clear; the slot keeps it when the write fails, and is written again later.
 Status KALPageManager::kalPageManagerFlushPage(std::uint32_t slot)
 {
-    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushPage");
     constexpr TraceSource shortened = pageManagerSource(u"kalPageManagerFlush");
+    if (cache_.isDirty(slot))
+        return writeSlots(slot, 1);
+    KAL_TRACE(shortened, u"flushing clean page %ld", cache_.pageOf(slot));
+    return Status::notApplicable;
+}
+
+// Neighbouring slots with neighbouring pages go to the file in one piece. The image in the file has the flag clear; the
+// slots keep it when the write fails, and are written again later.
+Status KALPageManager::writeSlots(std::uint32_t slot, std::uint32_t count)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushPage");
     const PageNumber page = cache_.pageOf(slot);
-    if (!cache_.isDirty(slot)) {
-        KAL_TRACE(shortened, u"flushing clean page %ld", page);
-        return Status::notApplicable;
-    }
     if (Status s = markDirty(); failed(s))
         return KAL_TRACE(here, s, u"could not mark the file dirty before page %ld", page);
     if (Status s = seek(pageOffset(page)); failed(s))
         return KAL_TRACE(here, s, u"could move to position for page %ld", page);
 
-    cache_.beginWrite(slot);
+    const std::uint32_t end = slot + count;
+    for (std::uint32_t at = slot; at < end; ++at)
+        cache_.beginWrite(at);
     unsynced_ = true;
-    std::uint32_t length = pageSize;
+    std::uint32_t length = count * pageSize;
     if (Status s = asStatus(kalFileWrite(file_, cache_.page(slot), &length)); failed(s)) {
-        cache_.markDirty(slot);
+        for (std::uint32_t at = slot; at < end; ++at)
+            cache_.markDirty(at);
         return KAL_TRACE(here, s, u"could not write page %ld", page);
     }
-    cache_.written(slot);
-    KAL_TRACE(here, u"successfully wrote page %ld (SHOW LOCK & COUNT %lu refs)", page, cache_.header(slot).references);
+    for (std::uint32_t at = slot; at < end; ++at) {
+        cache_.written(at);
+        KAL_TRACE(here, u"successfully wrote page %ld (SHOW LOCK & COUNT %lu refs)", cache_.pageOf(at),
+                  cache_.header(at).references);
+    }
     if (Status s = asStatus(kalFileFlush(file_)); failed(s))
         KAL_TRACE(here, s, u"could not flush file");
     return Status::success;
@@ -105,14 +118,27 @@ Status KALPageManager::flushSlots(bool cleanOnesToo)
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
     Status kept = Status::success;
     const auto next = [&](std::uint32_t from) { return cleanOnesToo ? from : cache_.nextDirty(from); };
-    for (std::uint32_t slot = next(0); slot < cache_.size(); slot = next(slot + 1)) {
-        const Status s = kalPageManagerFlushPage(slot);
-        if (ok(s) || s == Status::notApplicable)
-            continue;
-        KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
-        kept = s;
+    for (std::uint32_t slot = next(0); slot < cache_.size();) {
+        const std::uint32_t count = neighboursToWrite(slot);
+        const Status s = count == 0 ? kalPageManagerFlushPage(slot) : writeSlots(slot, count);
+        if (failed(s) && s != Status::notApplicable) {
+            KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
+            kept = s;
+        }
+        slot = next(slot + std::max(count, 1U));
     }
     return kept;
+}
+
+/// How many slots from this one on are dirty and hold pages that follow each other in the file.
+std::uint32_t KALPageManager::neighboursToWrite(std::uint32_t slot) const
+{
+    constexpr std::uint32_t largestPiece = 512;  // pages
+    std::uint32_t count = 0;
+    while (count < largestPiece && slot + count < cache_.size() && cache_.isDirty(slot + count) &&
+           cache_.pageOf(slot + count) == cache_.pageOf(slot) + count)
+        ++count;
+    return count;
 }
 
 // A failed wait is final for what was written before it: the system may have dropped those pages and will not say so
