@@ -7,6 +7,15 @@
 namespace kaldb {
 namespace {
 
+/// The same as comparing with `btreeCapacity`, without a division: pages are measured at every load.
+bool capacityFits(const KALBTreePage& page, std::uint32_t itemSize)
+{
+    const std::uint64_t perItem = std::uint64_t{itemSize} + sizeof(KALBTreeSlot) + btreeSpareItemBytes;
+    const std::uint64_t room = page.size - std::uint64_t{btreeHeaderLength};
+    return page.size >= btreeHeaderLength && page.maxCount > 0 && page.maxCount <= noSlot &&
+           page.maxCount * perItem <= room && (page.maxCount == noSlot || room < (page.maxCount + 1) * perItem);
+}
+
 bool slotOrNone(const KALBTreePage& page, SlotIndex index) { return index < page.maxCount || index == noSlot; }
 
 /// The ends of the tree name slots of the page, and none of them does in an empty page.
@@ -28,10 +37,7 @@ Status BTreeView::open(std::span<std::byte> area, std::uint32_t itemSize, BTreeV
     if (page->headerLength != btreeHeaderLength ||
         std::memcmp(page->typeName, btreeTypeName.data(), btreeTypeName.size()) != 0 || page->itemSize != itemSize)
         return Status::failure;
-    if (page->maxCount == 0 || page->maxCount != btreeCapacity(page->size, itemSize) ||
-        btreeBytes(page->maxCount, itemSize) > area.size())
-        return Status::failure;
-    if (!endsAgree(*page))
+    if (!capacityFits(*page, itemSize) || btreeBytes(page->maxCount, itemSize) > area.size() || !endsAgree(*page))
         return Status::failure;
     view = BTreeView{page};
     return Status::success;

@@ -15,6 +15,8 @@ struct KALDBChain;
 
 namespace kaldb {
 
+KALPageManager* kaldbChainGetPageManager();
+
 /// Whatever the file held, after a load the links and the typed header are sound: slots and items lie inside the page,
 /// and links name pages of the file. Slot links and the order of records are checked where they are used.
 class ChainPage {
@@ -25,6 +27,8 @@ public:
     Status load(const KALDBChain& chain, LockType lock, PageNumber page);
     /// Keeps the page in the cache and takes no lock: for a page on which the caller has one that outlives this.
     Status loadLocked(const KALDBChain& chain, PageNumber page);
+    /// The same for a page that was measured and has not left the cache since.
+    void loadAgain(PageNumber page, std::byte* body) { hold_.referenceAgain(*kaldbChainGetPageManager(), page, body); }
     /// `notFound` for a page that is not one of the chain's kind and record size: for locators, which anyone can make.
     Status loadByLocator(const KALDBChain& chain, LockType lock, PageNumber page);
     /// A new page at the end of the file; its links name no other page.

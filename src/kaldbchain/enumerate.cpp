@@ -85,6 +85,21 @@ void destroyIfFreedMeanwhile(KALDBChainEnum* walk)
         destroy(walk);
 }
 
+/// Keeps the current page in the cache for a step; its standing lock is the enumerator's. It is looked up and measured
+/// anew only when other pages came into the cache meanwhile.
+Status loadCurrentPage(KALDBChainEnum& walk, ChainPage& page)
+{
+    const KALPageManager& manager = *chainStorage().pageManager;
+    if (walk.body != nullptr && walk.contents == manager.cacheContents()) {
+        page.loadAgain(walk.page, walk.body);
+        return Status::success;
+    }
+    const Status status = page.loadLocked(*walk.chain, walk.page);
+    walk.body = ok(status) ? page.body() : nullptr;
+    walk.contents = manager.cacheContents();
+    return status;
+}
+
 constexpr TraceSource moveNext = chainSource(u"dbchainEnumMoveNext");
 
 /// Goes over to a page whose matches `matches` enumerates: the lock follows, the old page's standing lock goes.
@@ -93,6 +108,7 @@ void enterPage(KALDBChainEnum& walk, ChainPage& next, const BTreeWalk& matches)
     KAL_TRACE(moveNext, u"enumerator 0x%08X new page %ld has matches", traceAddress(&walk), next.number());
     const PageNumber old = walk.page;
     walk.page = next.number();
+    walk.body = nullptr;
     walk.btreeEnum = matches;
     walk.movesInPage = 0;
     if (Status s = chainStorage().pageManager->releaseLock(old); failed(s))
@@ -136,7 +152,7 @@ Status dbchainEnumMoveNext(KALDBChainEnum& walk)
     [[maybe_unused]] const PageNumber old = walk.page;
     KAL_TRACE(moveNext, u"enumerator 0x%08X looking at page %ld", traceAddress(&walk), walk.page);
     ChainPage page{moveNext, u"could not unload page %ld"};
-    if (Status s = page.loadLocked(*walk.chain, walk.page); failed(s))
+    if (Status s = loadCurrentPage(walk, page); failed(s))
         return KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not load page %ld", traceAddress(&walk), walk.page);
     Status status = walk.btreeEnum.moveNext(page.tree().page());
     if (ok(status) && movesInACircle(walk, page))
@@ -178,7 +194,7 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
         return call.status();
     KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
     ChainPage page{here, u"could not unload page %ld"};
-    if (Status s = page.loadLocked(*walk.chain, walk.page); failed(s))
+    if (Status s = loadCurrentPage(walk, page); failed(s))
         return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
     std::byte* item = nullptr;
     const Status status = walk.btreeEnum.current(page.tree().page(), item);

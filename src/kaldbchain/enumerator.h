@@ -12,6 +12,8 @@ struct KALDBChainEnum {
     KALDBChain* chain;
     kaldb::Compare compare;  // 0 for a match
     kaldb::PageNumber page;  // the current page: one lock of `lockType` on it, no reference
+    std::byte* body;         // the page in the cache, as long as the cache has the contents that it had then
+    std::uint64_t contents;
     kaldb::LockType lockType;
     kaldb::BTreeWalk btreeEnum;  // over the matches of the current page, by the key behind this structure
     std::uint32_t moves;

@@ -82,6 +82,14 @@ public:
         return Status::success;
     }
 
+    /// The same for a page that is known to be in the cache, with this body.
+    void referenceAgain(KALPageManager& manager, PageNumber page, std::byte* body)
+    {
+        manager.referenceAgain(body);
+        adopt(manager, body, page);
+        locked_ = false;
+    }
+
     Status create(KALPageManager& manager, LockType lock)
     {
         unload();

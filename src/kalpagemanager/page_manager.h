@@ -43,6 +43,10 @@ public:
     Status unlock(PageNumber page);
     /// Keeps the page in the cache without a lock, whoever holds one.
     Status reference(PageNumber page, std::byte*& body);
+    /// One more reference on a page that is in the cache.
+    void referenceAgain(const std::byte* body) { cache_.reference(cache_.slotOf(body)); }
+    /// Changes whenever a page enters or leaves the cache: while it stays the same, bodies stay where they are.
+    std::uint64_t cacheContents() const { return cache_.contents(); }
     /// Drops one reference and keeps the lock.
     Status unreference(std::byte* body);
     /// Releases one lock and nothing else: no reference, no read.

@@ -71,6 +71,7 @@ void SlotCache::format(std::uint32_t slot)
 
 void SlotCache::clear(std::uint32_t slot)
 {
+    ++contents_;
     if (const PageNumber page = header(slot).page; page != noPage)
         index_.erase(page);
     free_.erase(slot);

@@ -28,6 +28,8 @@ public:
     bool allocate(std::uint32_t slots);
 
     std::uint32_t size() const { return size_; }
+    /// Counts the changes of what the slots hold.
+    std::uint64_t contents() const { return contents_; }
     /// Slots below were used at least once; the others are as formatting leaves them.
     std::uint32_t touched() const { return touched_; }
 
@@ -78,6 +80,7 @@ private:
     Memory memory_;
     std::uint32_t size_ = 0;
     std::uint32_t touched_ = 0;
+    std::uint64_t contents_ = 0;
     PageIndex index_;
     SlotSet free_;
     SlotSet unreferenced_;  // of those that are not free
