@@ -371,10 +371,12 @@ TEST_F(Store, EveryCallFailedOnce)
         failEachCall(
             [&] {
                 value.assign("");
-                live = faults::liveBlocks();
                 value = stored;
             },
-            [&] { return value.fetch(); },
+            [&] {
+                live = faults::liveBlocks();
+                return value.fetch();
+            },
             [&](uint32_t status) {  // 7 leaves it a copy that reads the original
                 EXPECT_EQ(value.content(), status == 0 || status == 7 ? bytes : "[3]");
                 EXPECT_EQ(faults::liveBlocks(), live + (status == 0 ? 1 : 0));

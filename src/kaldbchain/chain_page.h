@@ -46,7 +46,11 @@ public:
     std::byte* body() const { return hold_.body(); }
     KALDBPageLinks& links() const { return *reinterpret_cast<KALDBPageLinks*>(hold_.body()); }
     PageNumber& child(bool prev) const { return prev ? links().prev : links().next; }
-    BTreeView tree() const { return BTreeView{reinterpret_cast<KALBTreePage*>(typedPage())}; }
+    static BTreeView treeOf(std::byte* body)
+    {
+        return BTreeView{reinterpret_cast<KALBTreePage*>(body + sizeof(KALDBPageLinks))};
+    }
+    BTreeView tree() const { return treeOf(hold_.body()); }
     BinaryView binary() const { return BinaryView{reinterpret_cast<KALDBBinaryPage*>(typedPage())}; }
     std::byte* typedPage() const { return hold_.body() + sizeof(KALDBPageLinks); }
 

@@ -85,18 +85,22 @@ void destroyIfFreedMeanwhile(KALDBChainEnum* walk)
         destroy(walk);
 }
 
-/// Keeps the current page in the cache for a step; its standing lock is the enumerator's. It is looked up and measured
-/// anew only when other pages came into the cache meanwhile.
+/// Whether the current page is where it was when it was last looked up and measured.
+bool pageIsInPlace(const KALDBChainEnum& walk)
+{
+    return walk.body != nullptr && walk.contents == chainStorage().pageManager->cacheContents();
+}
+
+/// Keeps the current page in the cache for a step; its standing lock is the enumerator's.
 Status loadCurrentPage(KALDBChainEnum& walk, ChainPage& page)
 {
-    const KALPageManager& manager = *chainStorage().pageManager;
-    if (walk.body != nullptr && walk.contents == manager.cacheContents()) {
+    if (pageIsInPlace(walk)) {
         page.loadAgain(walk.page, walk.body);
         return Status::success;
     }
     const Status status = page.loadLocked(*walk.chain, walk.page);
     walk.body = ok(status) ? page.body() : nullptr;
-    walk.contents = manager.cacheContents();
+    walk.contents = chainStorage().pageManager->cacheContents();
     return status;
 }
 
@@ -193,13 +197,17 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
     if (failed(call.status()))
         return call.status();
     KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
-    ChainPage page{here, u"could not unload page %ld"};
-    if (Status s = loadCurrentPage(walk, page); failed(s))
-        return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
+    if (!pageIsInPlace(walk)) {
+        ChainPage page{here, u"could not unload page %ld"};
+        if (Status s = loadCurrentPage(walk, page); failed(s))
+            return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
+    }
+    // Nobody is called before the record is copied, so the page stays in the cache without a reference.
     std::byte* item = nullptr;
-    const Status status = walk.btreeEnum.current(page.tree().page(), item);
+    KALBTreePage* tree = ChainPage::treeOf(walk.body).page();
+    const Status status = walk.btreeEnum.current(tree, item);
     if (ok(status)) {
-        std::memcpy(buffer, item, page.tree().itemSize());
+        std::memcpy(buffer, item, tree->itemSize);
         KAL_TRACE(here, u"retrieved item");
     } else {
         KAL_TRACE(here, status, u"could not retrieve btree item");
