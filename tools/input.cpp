@@ -8,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <limits>
 #include <unordered_map>
@@ -68,7 +69,7 @@ InputRows readDelimited(std::istream& in, const std::string& name, const InputOp
 InputRows readLines(std::istream& in, const std::string& name, const InputOptions& options)
 {
     InputRows input;
-    input.columns = {"line"};
+    input.columns = {options.lineColumn};
     std::string line;
     for (std::size_t number = 1; std::getline(in, line); ++number) {
         if (line.ends_with('\r'))
@@ -198,6 +199,39 @@ InputRows readInput(std::istream& in, const std::string& name, const InputOption
     if (in.bad())
         throw Failure{Exit::unusable, "input", name, "cannot be read", {}};
     return input;
+}
+
+void append(InputRows& all, InputRows more, const std::string& name)
+{
+    std::vector<std::size_t> places;
+    for (const std::string& column : more.columns) {
+        const auto found = std::find(all.columns.begin(), all.columns.end(), column);
+        places.push_back(static_cast<std::size_t>(found - all.columns.begin()));
+        if (found == all.columns.end())
+            all.columns.push_back(column);
+    }
+    const bool same = places.size() == all.columns.size();
+    if (more.typed != all.typed || (!all.typed && !all.rows.empty() && !same))
+        throw Failure{Exit::wrongUse, "input", name, "has other columns than the input before it", {}};
+    for (std::vector<Value>& row : all.rows)
+        row.resize(all.columns.size());
+    for (std::vector<Value>& row : more.rows) {
+        std::vector<Value>& placed = all.rows.emplace_back(all.columns.size());
+        for (std::size_t i = 0; i < row.size(); ++i)
+            placed[places[i]] = std::move(row[i]);
+    }
+    all.lines.insert(all.lines.end(), more.lines.begin(), more.lines.end());
+    if (!all.schema)
+        all.schema = std::move(more.schema);
+}
+
+InputFormat parseInputFormat(const std::string& name)
+{
+    constexpr std::array<const char*, 5> names{"csv", "tsv", "jsonl", "json", "lines"};
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end())
+        throw wrongUse(fmt::format("unknown format '{}'", printable(name)), "csv, tsv, jsonl, json or lines");
+    return static_cast<InputFormat>(found - names.begin());
 }
 
 InputFormat formatOfName(const std::string& name)
