@@ -4,6 +4,8 @@
 #include "session.h"
 #include "text.h"
 
+#include <kaldb/cpp/error.hpp>
+
 #include <fmt/format.h>
 
 #include <cstdio>
@@ -43,6 +45,12 @@ int run(int count, char** arguments)
     addPages(line, session);
     addGet(line, session);
     addDump(line, session);
+    addLoad(line, session);
+    addPut(line, session);
+    addDel(line, session);
+    addBackup(line, session);
+    addRestore(line, session);
+    addVersion(line, session);
     try {
         if (const std::optional<int> answered = line.parse(count, arguments))
             return *answered;
@@ -50,6 +58,10 @@ int run(int count, char** arguments)
         session.out.finish();
         return static_cast<int>(exit);
     } catch (const Failure& failure) {
+        return report(failure, session.json);
+    } catch (const kaldb::error& error) {
+        Failure failure = libraryFailure(error.status(), session.file, {});
+        failure.what = error.what();
         return report(failure, session.json);
     } catch (const std::exception& error) {
         return report({Exit::internal, "fault", {}, fmt::format("a fault of this program: {}", error.what()), {}},
