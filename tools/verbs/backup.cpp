@@ -19,7 +19,7 @@ struct Options {
 Exit backup(const Options& options, Session& session)
 {
     const PageFile file{options.path};
-    const Claim claim{options.path};
+    const Claim claim{options.path, options.path};
     requireClean(options.path);
     const std::string destination = options.destination.empty() ? options.path + ".backup" : options.destination;
     std::error_code error;
@@ -27,7 +27,7 @@ Exit backup(const Options& options, Session& session)
         throw wrongUse(fmt::format("'{}' is the file itself", printable(destination)));
     if (!options.destination.empty() && !options.force && std::filesystem::exists(destination, error))
         throw Failure{Exit::refused, "exists", destination, "is there already", "--force replaces it"};
-    const WorkFile work{destination};
+    const WorkFile work{destination, destination};
     work.copyFrom(options.path);
     work.requireSound(options.path);
     work.moveToTarget();

@@ -35,13 +35,13 @@ Exit restore(const Options& options, Session& session)
     const bool replaces = std::filesystem::exists(options.path, error);
     Claim claim;
     if (replaces)
-        claim = Claim{options.path};
+        claim = Claim{options.path, options.path};
     if (PageFile{backup}.dirty())
         throw Failure{Exit::refused, "dirty", backup, "was not closed cleanly (dirty flag set), not restored", {}};
     if (replaces && !options.force && std::filesystem::exists(kept, error))
         throw Failure{Exit::refused, "exists", kept, "is there already: what an earlier restore replaced",
                       "move it away, or --force to lose it"};
-    const WorkFile work{options.path};
+    const WorkFile work{options.path, options.path};
     work.copyFrom(backup);
     work.requireSound(backup);
     if (replaces)

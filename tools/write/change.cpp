@@ -77,12 +77,12 @@ Change::Change(const std::string& path, const Options& options)
     } else {
         refuseUnfit();
         target_ = std::filesystem::canonical(path);
-        claim_ = Claim{target_};
+        claim_ = Claim{target_, path};
         // Looked at only now that nobody else can be writing to it.
         requireClean(path);
     }
     if (!inPlace())
-        work_.emplace(target_);
+        work_.emplace(target_, path);
 }
 
 void Change::refuseUnfit() const

@@ -34,14 +34,14 @@ std::string holderOf(const std::filesystem::path& path)
     return "another process";
 }
 
-KALOwnerLock* acquire(const std::filesystem::path& path)
+KALOwnerLock* acquire(const std::filesystem::path& path, const std::string& shown)
 {
     KALOwnerLock* lock = nullptr;
     const std::uint32_t status = kalOwnerLockAcquire(libraryName(path).c_str(), &lock);
     if (status == KAL_FILE_IN_USE)
-        throw Failure{Exit::unusable, "in-use", path.string(), "is in use by " + holderOf(path), {}};
+        throw Failure{Exit::unusable, "in-use", shown, "is in use by " + holderOf(path), {}};
     if (status != KAL_SUCCESS)
-        throw libraryFailure(status, path.string(), "cannot be locked");
+        throw libraryFailure(status, shown, "cannot be locked");
     return lock;
 }
 
@@ -56,11 +56,11 @@ std::u16string libraryName(const std::filesystem::path& path)
     }
 }
 
-Claim::Claim(const std::filesystem::path& path) : lock_(acquire(path))
+Claim::Claim(const std::filesystem::path& path, const std::string& shown) : lock_(acquire(path, shown))
 {
     if (const std::uint32_t status = kalOwnerLockSettle(lock_); status != KAL_SUCCESS) {
         release();
-        throw libraryFailure(status, path.string(), "cannot be locked");
+        throw libraryFailure(status, shown, "cannot be locked");
     }
 }
 
@@ -75,7 +75,7 @@ Claim& Claim::operator=(Claim&& other) noexcept
 Claim Claim::ofMissing(const std::filesystem::path& path)
 {
     Claim claim;
-    claim.lock_ = acquire(path);
+    claim.lock_ = acquire(path, path.string());
     for (const std::string& taken : {path.string(), path.string() + ".backup"})
         if (std::filesystem::exists(std::filesystem::symlink_status(taken)))
             throw Failure{Exit::refused, "exists", taken, "has come into being meanwhile, nothing was changed", {}};

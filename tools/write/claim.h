@@ -15,8 +15,8 @@ std::u16string libraryName(const std::filesystem::path& path);
 class Claim {
 public:
     Claim() = default;
-    /// Of a file that is there. Throws a Failure when another process owns it.
-    explicit Claim(const std::filesystem::path& path);
+    /// Of a file that is there, and which failures call `shown`. Throws a Failure when another process owns it.
+    Claim(const std::filesystem::path& path, const std::string& shown);
     Claim(Claim&& other) noexcept;
     Claim& operator=(Claim&& other) noexcept;
     ~Claim() { release(); }

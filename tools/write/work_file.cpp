@@ -31,14 +31,39 @@ extern "C" void removeUnfinished(int number)
     std::raise(number);
 }
 
+/// While it lives, those signals wait.
+class SignalsWait {
+public:
+    SignalsWait()
+    {
+        sigset_t signals;
+        sigemptyset(&signals);
+        for (const int number : endingSignals)
+            sigaddset(&signals, number);
+        sigprocmask(SIG_BLOCK, &signals, &before_);
+    }
+    SignalsWait(const SignalsWait&) = delete;
+    SignalsWait& operator=(const SignalsWait&) = delete;
+    ~SignalsWait() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+/// Those that are ignored stay so.
+void onSignals(void (*handler)(int))
+{
+    for (const int number : endingSignals)
+        if (std::signal(number, handler) == SIG_IGN)
+            std::signal(number, SIG_IGN);
+}
+
 void cleanUpOnSignals(const std::array<std::string, 3>& paths)
 {
     for (std::size_t i = 0; i < paths.size(); ++i)
         if (paths[i].size() < unfinished[i].size())
             std::memcpy(unfinished[i].data(), paths[i].c_str(), paths[i].size() + 1);
-    for (const int number : endingSignals)
-        if (std::signal(number, removeUnfinished) == SIG_IGN)
-            std::signal(number, SIG_IGN);
+    onSignals(removeUnfinished);
 }
 
 void removeFile(const std::filesystem::path& path)
@@ -49,23 +74,24 @@ void removeFile(const std::filesystem::path& path)
 
 }  // namespace
 
-WorkFile::WorkFile(std::filesystem::path target) : target_(std::move(target)), work_(target_.string() + ".kaldb-work")
+WorkFile::WorkFile(const std::filesystem::path& target, const std::string& shown)
+    : target_(target), work_(target_.string() + ".kaldb-work")
 {
-    claim();
+    const SignalsWait wait;
+    claim(shown);
     clean();
     cleanUpOnSignals({work_.string(), backup().string(), lockPath().string()});
 }
 
 WorkFile::~WorkFile()
 {
-    for (const int number : endingSignals)
-        if (std::signal(number, SIG_DFL) == SIG_IGN)
-            std::signal(number, SIG_IGN);
+    const SignalsWait wait;
     clean();
     removeFile(lockPath());
+    onSignals(SIG_DFL);
 }
 
-void WorkFile::claim()
+void WorkFile::claim(const std::string& shown)
 {
     errno = 0;
     if (!std::ofstream{lockPath(), std::ios::app}) {
@@ -76,12 +102,7 @@ void WorkFile::claim()
                       fmt::format("cannot be replaced: {} in its folder", std::strerror(errno)),
                       {}};
     }
-    try {
-        claim_ = Claim{lockPath()};
-    } catch (Failure& failure) {
-        failure.file = target_.string();
-        throw;
-    }
+    claim_ = Claim{lockPath(), shown};
 }
 
 void WorkFile::clean() const

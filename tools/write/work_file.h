@@ -16,7 +16,8 @@ namespace kaldb::tool {
 class WorkFile {
 public:
     /// Throws a Failure when another process works on this target, or the folder cannot be written to.
-    explicit WorkFile(std::filesystem::path target);
+    /// Failures call it `shown`.
+    WorkFile(const std::filesystem::path& target, const std::string& shown);
     WorkFile(const WorkFile&) = delete;
     WorkFile& operator=(const WorkFile&) = delete;
     /// Removes what has not been given its place.
@@ -35,7 +36,7 @@ public:
 
 private:
     std::filesystem::path lockPath() const { return work_.string() + ".lock"; }
-    void claim();
+    void claim(const std::string& shown);
     void clean() const;
 
     std::filesystem::path target_;
