@@ -20,11 +20,11 @@ int report(const Failure& failure, bool json)
     if (json) {
         Json error{{"exit", exit}, {"kind", failure.kind}};
         if (!failure.file.empty())
-            error["file"] = failure.file;
-        error["what"] = failure.what;
+            error.set("file", failure.file);
+        error.set("what", failure.what);
         if (!failure.hint.empty())
-            error["hint"] = failure.hint;
-        std::fputs((dumpJson({{"error", error}}) + "\n").c_str(), stderr);
+            error.set("hint", failure.hint);
+        std::fputs((Json{{"error", error}}.dump() + "\n").c_str(), stderr);
         return exit;
     }
     const std::string file = failure.file.empty() ? "" : failure.file + ": ";

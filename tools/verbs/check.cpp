@@ -46,12 +46,12 @@ Json jsonOf(const Finding& finding)
 {
     Json json{{"severity", name(finding.severity)}, {"code", finding.code}};
     if (finding.page != noPage)
-        json["page"] = finding.page;
+        json.set("page", finding.page);
     if (!finding.table.empty())
-        json["table"] = finding.table;
+        json.set("table", finding.table);
     if (finding.slot != noSlot)
-        json["slot"] = finding.slot;
-    json["text"] = finding.text;
+        json.set("slot", finding.slot);
+    json.set("text", finding.text);
     return json;
 }
 
@@ -76,7 +76,7 @@ bool checkFile(const std::string& path, bool strict, Session& session)
     if (session.json) {
         Json list = Json::array();
         for (const Finding& finding : findings.list())
-            list.push_back(jsonOf(finding));
+            list.push(jsonOf(finding));
         session.out.json({{"kaldb", 1},
                           {"file", path},
                           {"pages", open.file.pages()},

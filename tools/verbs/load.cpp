@@ -64,7 +64,7 @@ TableSchema readSchemaFile(const std::string& path)
     std::ifstream in{path};
     if (!in)
         throw Failure{Exit::unusable, "schema", path, "cannot be read", {}};
-    return schemaFromJson(parseJson({std::istreambuf_iterator<char>{in}, {}}, path));
+    return schemaFromJson(Json::parse({std::istreambuf_iterator<char>{in}, {}}, path));
 }
 
 /// Columns as they are given, at places that the command chooses.

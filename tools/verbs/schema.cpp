@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace kaldb::tool {
 
 namespace {

@@ -39,9 +39,9 @@ Json toJson(const Chain& chain, const ChainStatistics& statistics)
               {"flags", chain.object.flags},
               {"ids", chain.withIds()}};
     if (chain.withIds())
-        json["nextId"] = chain.object.nextID.sequence;
+        json.set("nextId", chain.object.nextID.sequence);
     if (statistics.damages != 0)
-        json["damages"] = statistics.damages;
+        json.set("damages", statistics.damages);
     return json;
 }
 
@@ -62,7 +62,7 @@ Exit tables(const Options& options, Session& session)
         }
         const ChainStatistics statistics = gatherStatistics(open.file, chain);
         damages += statistics.damages;
-        list.push_back(toJson(chain, statistics));
+        list.push(toJson(chain, statistics));
         text.row({printable(chain.name), grouped(statistics.records), std::to_string(chain.object.recordSize),
                   grouped(statistics.pages), fmt::format("{:.0f} %", statistics.fill() * 100),
                   grouped(statistics.depth), chain.withIds() ? "yes" : "no"});
