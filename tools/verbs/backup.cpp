@@ -11,12 +11,12 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct BackupOptions {
     std::string path, destination;
     bool force = false, quiet = false;
 };
 
-Exit backup(const Options& options, Session& session)
+Exit backup(const BackupOptions& options, Session& session)
 {
     const PageFile file{options.path};
     const Claim claim{options.path, options.path};
@@ -44,7 +44,7 @@ Exit backup(const Options& options, Session& session)
 void addBackup(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("backup", "A copy that is checked before it gets its name");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<BackupOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.optionalArgument("DEST", options->destination, "The copy; FILE.backup when it is left out");
     verb.flag("--force", options->force, "Replace DEST when it is there");

@@ -12,7 +12,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct CheckOptions {
     std::string path;
     bool backup = false;
     bool strict = false;
@@ -100,7 +100,7 @@ bool checkFile(const std::string& path, bool strict, Session& session)
     return errors == 0 && (!strict || warnings == 0);
 }
 
-Exit check(const Options& options, Session& session)
+Exit check(const CheckOptions& options, Session& session)
 {
     bool sound = checkFile(options.path, options.strict, session);
     if (options.backup)
@@ -113,7 +113,7 @@ Exit check(const Options& options, Session& session)
 void addCheck(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("check", "Looks for damage everywhere");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CheckOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.flag("--backup", options->backup, "Check FILE.backup too");
     verb.flag("--strict", options->strict, "Warnings count as damage");

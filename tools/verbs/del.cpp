@@ -12,7 +12,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct DelOptions {
     std::string path, table;
     std::vector<std::string> keys;
     bool inPlace = false, quiet = false;
@@ -27,7 +27,7 @@ std::string nameOf(const std::vector<std::string>& values, std::size_t key, std:
 }
 
 /// All keys are looked for before any row goes.
-void requireKeys(const Options& options, const OpenFile& open, const Chain& table, const TableSchema& schema,
+void requireKeys(const DelOptions& options, const OpenFile& open, const Chain& table, const TableSchema& schema,
                  const std::vector<KeyBytes>& keys)
 {
     for (std::size_t i = 0; i < keys.size(); ++i) {
@@ -53,7 +53,7 @@ void requireKeys(const Options& options, const OpenFile& open, const Chain& tabl
     }
 }
 
-Exit del(const Options& options, Session& session)
+Exit del(const DelOptions& options, Session& session)
 {
     if (options.keys.empty())
         throw wrongUse("no key is given");
@@ -85,7 +85,7 @@ Exit del(const Options& options, Session& session)
 void addDel(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("del", "Deletes rows by their keys, all of them or none");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DelOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.argument("TABLE", options->table, "Table");
     verb.arguments("KEY", options->keys, "Values of the key columns, key after key");

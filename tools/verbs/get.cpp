@@ -9,7 +9,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct GetOptions {
     std::string path, table;
     std::vector<std::string> keys, prefix, from, to, columns;
     std::vector<std::uint64_t> ids;
@@ -52,7 +52,7 @@ bool findById(const OpenFile& open, const Chain& table, std::uint64_t id, const 
     return true;
 }
 
-RowSelection range(const Options& options, const TableSchema& schema)
+RowSelection range(const GetOptions& options, const TableSchema& schema)
 {
     RowSelection selection;
     selection.limit = options.limit;
@@ -67,7 +67,7 @@ RowSelection range(const Options& options, const TableSchema& schema)
 
 class Getter {
 public:
-    Getter(const Options& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
+    Getter(const GetOptions& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
         : options_(options), open_(open), rows_(rows), writer_(writer)
     {
     }
@@ -96,7 +96,7 @@ public:
     }
 
 private:
-    const Options& options_;
+    const GetOptions& options_;
     const OpenFile& open_;
     const TableRows& rows_;
     RowWriter& writer_;
@@ -107,7 +107,7 @@ private:
     };
 };
 
-Exit get(const Options& options, Session& session)
+Exit get(const GetOptions& options, Session& session)
 {
     if (options.keys.empty() && options.ids.empty() && !options.byRange())
         throw wrongUse("no key is given", "KEY..., --prefix, --from, --to or --id; kaldb dump shows all rows");
@@ -130,7 +130,7 @@ Exit get(const Options& options, Session& session)
 void addGet(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("get", "Rows by key");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<GetOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.argument("TABLE", options->table, "Table");
     verb.arguments("KEY", options->keys, "Values of the key columns, key after key");

@@ -20,7 +20,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct LoadOptions {
     std::string path, table;
     InputNames inputs;
     std::vector<std::string> key, types;
@@ -30,7 +30,7 @@ struct Options {
     bool noHeader = false, quiet = false;
 };
 
-InputNames inputNames(const Options& options)
+InputNames inputNames(const LoadOptions& options)
 {
     if (options.inputs.paths.empty())
         throw wrongUse("no input is given", "a file's name, or - for standard input");
@@ -68,7 +68,7 @@ TableSchema readSchemaFile(const std::string& path)
 }
 
 /// Columns as they are given, at places that the command chooses.
-TableSchema placed(TableSchema schema, const Options& options)
+TableSchema placed(TableSchema schema, const LoadOptions& options)
 {
     schema.table = options.table;
     schema.ids = schema.ids || options.ids;
@@ -80,7 +80,7 @@ TableSchema placed(TableSchema schema, const Options& options)
     return schema;
 }
 
-TableSchema newSchema(const Options& options, const InputRows& rows)
+TableSchema newSchema(const LoadOptions& options, const InputRows& rows)
 {
     constexpr std::size_t longestName = 31, longestNameWithIds = 26;  // in UTF-16 units
     if (findInvalidUtf8(options.table) != std::string::npos || options.table.empty() ||
@@ -94,7 +94,7 @@ TableSchema newSchema(const Options& options, const InputRows& rows)
     return planTable(rows, {options.table, options.key, parseTypes(options.types), options.ids});
 }
 
-TableSchema existingSchema(const Options& options, const OpenFile& open, const Chain& table)
+TableSchema existingSchema(const LoadOptions& options, const OpenFile& open, const Chain& table)
 {
     std::vector<Damage> damages;
     const Schemas schemas =
@@ -122,7 +122,7 @@ std::unordered_set<std::string> keysOf(const OpenFile& open, const Chain& table,
 
 class Loader {
 public:
-    Loader(const Options& options, Session& session)
+    Loader(const LoadOptions& options, Session& session)
         : options_(options), session_(session), onDuplicate_(parseOnDuplicate(options.onDuplicate)),
           progress_(options.progress, options.quiet)
     {
@@ -273,7 +273,7 @@ private:
                 line(column);
     }
 
-    const Options& options_;
+    const LoadOptions& options_;
     Session& session_;
     OnDuplicate onDuplicate_;
     Progress progress_;
@@ -290,7 +290,7 @@ private:
 void addLoad(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("load", "Rows from outside, into a new or an existing table");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<LoadOptions>();
     verb.argument("FILE", options->path, "Database file; a missing one is made");
     verb.argument("TABLE", options->table, "Table; a missing one is made");
     verb.arguments("INPUT", options->inputs.paths, "Files with rows; - is standard input");

@@ -13,7 +13,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct PagesOptions {
     std::string path, range, chain;
     bool hex = false;
 };
@@ -141,7 +141,8 @@ Json pieceSlots(const PiecePage& page, bool withHex, TextTable& text)
 }
 
 /// One page in full: links, slots in order, and all of its bytes if wanted.
-void showPage(PageNumber page, const std::string& owner, const Page& bytes, const Options& options, Session& session)
+void showPage(PageNumber page, const std::string& owner, const Page& bytes, const PagesOptions& options,
+              Session& session)
 {
     Json json = toJson(page, owner, bytes);
     const bool pieces = pageKind(bytes) == PageKind::pieces;
@@ -172,7 +173,7 @@ void showPage(PageNumber page, const std::string& owner, const Page& bytes, cons
         printHex(bytes, session.out);
 }
 
-Exit pages(const Options& options, Session& session)
+Exit pages(const PagesOptions& options, Session& session)
 {
     const PageRange range = parseRange(options.range);
     const OpenFile open{options.path};
@@ -215,7 +216,7 @@ Exit pages(const Options& options, Session& session)
 void addPages(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("pages", "One line a page, or one page in full");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<PagesOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.optionalArgument("PAGES", options->range, "A page in full, or a range: 7 or 7-12");
     verb.option("--chain", options->chain, "Only the pages of this table, index or ROOT");

@@ -17,7 +17,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct PutOptions {
     std::string path, table, row = "-";
     bool inPlace = false, quiet = false;
 };
@@ -37,7 +37,7 @@ Inputs readRow(const std::string& text)
     return inputs;
 }
 
-Exit put(const Options& options, Session& session)
+Exit put(const PutOptions& options, Session& session)
 {
     Inputs inputs = readRow(options.row);
     Change change{options.path, {{}, options.inPlace, /*create=*/false}};
@@ -62,7 +62,7 @@ Exit put(const Options& options, Session& session)
 void addPut(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("put", "One row, added or in the place of that of its key");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<PutOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.argument("TABLE", options->table, "Table");
     verb.optionalArgument("ROW", options->row, "A JSON object; columns that it lacks are null; - is standard input");

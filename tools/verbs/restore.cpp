@@ -11,7 +11,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct RestoreOptions {
     std::string path, from;
     bool force = false, quiet = false;
 };
@@ -27,7 +27,7 @@ void keepReplaced(const std::string& path, const std::string& kept, bool force)
         renameFile(path, kept);
 }
 
-Exit restore(const Options& options, Session& session)
+Exit restore(const RestoreOptions& options, Session& session)
 {
     const std::string backup = options.from.empty() ? options.path + ".backup" : options.from;
     const std::string kept = options.path + ".damaged";
@@ -67,7 +67,7 @@ Exit restore(const Options& options, Session& session)
 void addRestore(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("restore", "Puts a sound backup in the file's place and keeps the file as FILE.damaged");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<RestoreOptions>();
     verb.argument("FILE", options->path, "Database file; it may be missing");
     verb.option("--from", options->from, "The backup; else FILE.backup");
     verb.flag("--force", options->force, "Replace FILE.damaged when it is there");

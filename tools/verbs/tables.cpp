@@ -11,7 +11,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct TablesOptions {
     std::string path;
     bool system = false;
     bool names = false;
@@ -45,7 +45,7 @@ Json toJson(const Chain& chain, const ChainStatistics& statistics)
     return json;
 }
 
-Exit tables(const Options& options, Session& session)
+Exit tables(const TablesOptions& options, Session& session)
 {
     const OpenFile open{options.path};
     if (open.catalogue.chains.empty() && !open.catalogue.damages.empty())
@@ -82,7 +82,7 @@ Exit tables(const Options& options, Session& session)
 void addTables(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("tables", "The tables and how they fill their pages");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<TablesOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.flag("--system", options->system, "The library's own tables, indexes and catalogue too");
     verb.flag("--names", options->names, "Names only, one a line");
