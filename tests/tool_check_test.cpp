@@ -256,6 +256,11 @@ TEST_F(CheckTest, HostileFilesEndInAnExitCode)
             ASSERT_LE(answer.exit, 4) << verb << round << answer;
         }
         ASSERT_LE(::test::kaldb("get --dirty " + path + " People 'person 050' --from a --id 3").exit, 4);
+        for (const std::string& change : {"put " + path + " People '{\"name\":\"z\"}' --in-place",
+                                          "del " + path + " People 'person 050'", "backup " + path + " --force"}) {
+            const ::test::Answer answer = ::test::kaldb(change);
+            ASSERT_LE(answer.exit, 5) << change << round << answer;
+        }
     }
 }
 
