@@ -6,8 +6,7 @@
 #include "support/people.h"
 
 #include "catalogue.h"
-
-#include <nlohmann/json.hpp>
+#include "json.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +18,7 @@ namespace {
 using namespace kaldb;
 using kaldb::test::FileImage;
 using kaldb::test::PageImage;
-using nlohmann::json;
+using json = kaldb::tool::Json;
 
 /// A sound file taken apart, with the places that faults are planted in.
 struct Sample {
@@ -193,7 +192,7 @@ TEST_F(CheckTest, EveryPlantedFaultIsFoundOnItsPage)
         EXPECT_EQ(answer.exit, 1) << fault.code << answer;
         bool found = false;
         const json report = json::parse(answer.out);
-        for (const json& finding : report["findings"])
+        for (const json& finding : report["findings"].elements())
             found |= finding["code"] == fault.code && finding["severity"] == "error" &&
                      (!fault.page || finding["page"] == fault.page(sound));
         EXPECT_TRUE(found) << fault.code << answer;
@@ -257,6 +256,11 @@ TEST_F(CheckTest, HostileFilesEndInAnExitCode)
             ASSERT_LE(answer.exit, 4) << verb << round << answer;
         }
         ASSERT_LE(::test::kaldb("get --dirty " + path + " People 'person 050' --from a --id 3").exit, 4);
+        for (const std::string& change : {"put " + path + " People '{\"name\":\"z\"}' --in-place",
+                                          "del " + path + " People 'person 050'", "backup " + path + " --force"}) {
+            const ::test::Answer answer = ::test::kaldb(change);
+            ASSERT_LE(answer.exit, 5) << change << round << answer;
+        }
     }
 }
 

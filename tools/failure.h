@@ -1,7 +1,7 @@
 // How a verb ends when it cannot do what it was asked.
 #pragma once
 
-#include <filesystem>
+#include <cstdint>
 #include <string>
 
 namespace kaldb::tool {
@@ -29,5 +29,8 @@ inline Failure wrongUse(std::string what, std::string hint = {})
 {
     return {Exit::wrongUse, "usage", {}, std::move(what), std::move(hint)};
 }
+
+/// A status of the library that ends what was being done to `file`.
+Failure libraryFailure(std::uint32_t status, std::string file, const std::string& what);
 
 }  // namespace kaldb::tool

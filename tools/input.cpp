@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <iterator>
-#include <limits>
 #include <unordered_map>
 
 namespace kaldb::tool {
@@ -68,7 +68,7 @@ InputRows readDelimited(std::istream& in, const std::string& name, const InputOp
 InputRows readLines(std::istream& in, const std::string& name, const InputOptions& options)
 {
     InputRows input;
-    input.columns = {"line"};
+    input.columns = {options.lineColumn};
     std::string line;
     for (std::size_t number = 1; std::getline(in, line); ++number) {
         if (line.ends_with('\r'))
@@ -82,25 +82,24 @@ InputRows readLines(std::istream& in, const std::string& name, const InputOption
 /// Rows of JSON objects; columns come in the order in which they are first met.
 class ObjectRows {
 public:
-    ObjectRows(const std::string& name, const InputOptions& options) : name_(name), options_(options)
-    {
-        input_.typed = true;
-    }
+    explicit ObjectRows(const std::string& name) : name_(name) { input_.typed = true; }
 
     void add(const Json& object, std::size_t line)
     {
-        if (!object.is_object())
+        if (!object.isObject())
             fail(name_, line, "a row is no JSON object");
         std::vector<Value>& row = input_.rows.emplace_back(input_.columns.size());
         input_.lines.push_back(line);
-        for (const auto& [key, value] : object.items()) {
+        object.members([&](const std::string& key, Value value) {
+            if (auto* const text = std::get_if<std::string>(&value))
+                *text = accept(std::move(*text), {}, name_, line);
             const auto [column, fresh] = columns_.try_emplace(key, input_.columns.size());
             if (fresh) {
                 input_.columns.push_back(key);
                 row.emplace_back();
             }
-            row[column->second] = toValue(value, line);
-        }
+            row[column->second] = std::move(value);
+        });
     }
     void setSchema(TableSchema schema) { input_.schema = std::move(schema); }
 
@@ -112,53 +111,37 @@ public:
     }
 
 private:
-    Value toValue(const Json& json, std::size_t line) const
-    {
-        switch (json.type()) {
-        case Json::value_t::null: return {};
-        case Json::value_t::boolean: return json.get<bool>();
-        case Json::value_t::number_integer: return json.get<std::int64_t>();
-        case Json::value_t::number_unsigned:
-            if (json.get<std::uint64_t>() <= std::numeric_limits<std::int64_t>::max())
-                return json.get<std::int64_t>();
-            return json.dump();
-        case Json::value_t::number_float: return json.get<double>();
-        case Json::value_t::string: return accept(json.get<std::string>(), {}, name_, line);
-        default: return dumpJson(json);
-        }
-    }
-
     const std::string& name_;
-    const InputOptions& options_;
     InputRows input_;
     std::unordered_map<std::string, std::size_t> columns_;
 };
 
 /// A dump of a whole file has, before the rows of each table, a line with its schema.
-bool isTableLine(const Json& json) { return json.is_object() && json.contains("kaldb") && json.contains("columns"); }
+bool isTableLine(const Json& json) { return json.isObject() && json.contains("kaldb") && json.contains("columns"); }
 
 InputRows readJsonLines(std::istream& in, const std::string& name, const InputOptions& options)
 {
-    ObjectRows rows{name, options};
+    ObjectRows rows{name};
     bool wanted = true;
     std::string line;
     for (std::size_t number = 1; std::getline(in, line); ++number) {
         if (line.find_first_not_of(" \t\r") == std::string::npos)
             continue;
-        const Json json = Json::parse(line, nullptr, /*allow_exceptions=*/false);
-        if (json.is_discarded())
+        std::optional<Json> json = Json::tryParse(line);
+        if (!json)
             fail(name, number, "no JSON");
-        if (isTableLine(json)) {
-            TableSchema schema = schemaFromJson(json);
+        if (isTableLine(*json)) {
+            TableSchema schema = schemaFromJson(std::move(*json));
             wanted = schema.table == options.table;
             if (wanted)
                 rows.setSchema(std::move(schema));
-        } else if (json.is_array()) {
-            for (const Json& entry : json)
-                if (wanted)
-                    rows.add(entry, number);
-        } else if (wanted) {
-            rows.add(json, number);
+        } else if (!wanted) {
+            continue;
+        } else if (json->isArray()) {
+            for (const Json& entry : json->takeElements())
+                rows.add(entry, number);
+        } else {
+            rows.add(*json, number);
         }
     }
     return rows.take();
@@ -167,19 +150,14 @@ InputRows readJsonLines(std::istream& in, const std::string& name, const InputOp
 InputRows readJsonArray(std::istream& in, const std::string& name, const InputOptions& options)
 {
     const std::string text{std::istreambuf_iterator<char>{in}, {}};
-    const Json all = parseJson(text, name);
-    ObjectRows rows{name, options};
-    try {
-        const Json& array = all.at(Json::json_pointer{options.at});
-        if (!array.is_array())
-            throw Failure{Exit::wrongUse, "input", name, fmt::format("there is no array at '{}'", options.at),
-                          "--at /pointer says where it is"};
-        std::size_t number = 0;
-        for (const Json& entry : array)
-            rows.add(entry, ++number);
-    } catch (const Json::exception& error) {
-        throw Failure{Exit::wrongUse, "input", name, error.what(), "--at /pointer says where the array is"};
-    }
+    Json array = Json::parse(text, name).take(options.at);
+    if (!array.isArray())
+        throw Failure{Exit::wrongUse, "input", name, fmt::format("there is no array at '{}'", options.at),
+                      "--at /pointer says where it is"};
+    ObjectRows rows{name};
+    std::size_t number = 0;
+    for (const Json& entry : array.takeElements())
+        rows.add(entry, ++number);
     return rows.take();
 }
 
@@ -198,6 +176,39 @@ InputRows readInput(std::istream& in, const std::string& name, const InputOption
     if (in.bad())
         throw Failure{Exit::unusable, "input", name, "cannot be read", {}};
     return input;
+}
+
+void append(InputRows& all, InputRows more, const std::string& name)
+{
+    std::vector<std::size_t> places;
+    for (const std::string& column : more.columns) {
+        const auto found = std::find(all.columns.begin(), all.columns.end(), column);
+        places.push_back(static_cast<std::size_t>(found - all.columns.begin()));
+        if (found == all.columns.end())
+            all.columns.push_back(column);
+    }
+    const bool same = places.size() == all.columns.size();
+    if (more.typed != all.typed || (!all.typed && !all.rows.empty() && !same))
+        throw Failure{Exit::wrongUse, "input", name, "has other columns than the input before it", {}};
+    for (std::vector<Value>& row : all.rows)
+        row.resize(all.columns.size());
+    for (std::vector<Value>& row : more.rows) {
+        std::vector<Value>& placed = all.rows.emplace_back(all.columns.size());
+        for (std::size_t i = 0; i < row.size(); ++i)
+            placed[places[i]] = std::move(row[i]);
+    }
+    all.lines.insert(all.lines.end(), more.lines.begin(), more.lines.end());
+    if (!all.schema)
+        all.schema = std::move(more.schema);
+}
+
+InputFormat parseInputFormat(const std::string& name)
+{
+    constexpr std::array<const char*, 5> names{"csv", "tsv", "jsonl", "json", "lines"};
+    const auto found = std::find(names.begin(), names.end(), name);
+    if (found == names.end())
+        throw wrongUse(fmt::format("unknown format '{}'", printable(name)), "csv, tsv, jsonl, json or lines");
+    return static_cast<InputFormat>(found - names.begin());
 }
 
 InputFormat formatOfName(const std::string& name)

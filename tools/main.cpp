@@ -4,6 +4,8 @@
 #include "session.h"
 #include "text.h"
 
+#include <kaldb/cpp/error.hpp>
+
 #include <fmt/format.h>
 
 #include <cstdio>
@@ -18,11 +20,11 @@ int report(const Failure& failure, bool json)
     if (json) {
         Json error{{"exit", exit}, {"kind", failure.kind}};
         if (!failure.file.empty())
-            error["file"] = failure.file;
-        error["what"] = failure.what;
+            error.set("file", failure.file);
+        error.set("what", failure.what);
         if (!failure.hint.empty())
-            error["hint"] = failure.hint;
-        std::fputs((dumpJson({{"error", error}}) + "\n").c_str(), stderr);
+            error.set("hint", failure.hint);
+        std::fputs((Json{{"error", error}}.dump() + "\n").c_str(), stderr);
         return exit;
     }
     const std::string file = failure.file.empty() ? "" : failure.file + ": ";
@@ -43,6 +45,12 @@ int run(int count, char** arguments)
     addPages(line, session);
     addGet(line, session);
     addDump(line, session);
+    addLoad(line, session);
+    addPut(line, session);
+    addDel(line, session);
+    addBackup(line, session);
+    addRestore(line, session);
+    addVersion(line, session);
     try {
         if (const std::optional<int> answered = line.parse(count, arguments))
             return *answered;
@@ -50,6 +58,10 @@ int run(int count, char** arguments)
         session.out.finish();
         return static_cast<int>(exit);
     } catch (const Failure& failure) {
+        return report(failure, session.json);
+    } catch (const kaldb::error& error) {
+        Failure failure = libraryFailure(error.status(), session.file, {});
+        failure.what = error.what();
         return report(failure, session.json);
     } catch (const std::exception& error) {
         return report({Exit::internal, "fault", {}, fmt::format("a fault of this program: {}", error.what()), {}},

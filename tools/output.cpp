@@ -1,7 +1,6 @@
 #include "output.h"
 
 #include "failure.h"
-#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
@@ -12,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <system_error>
+#include <utility>
 
 namespace kaldb::tool {
 
@@ -70,9 +70,9 @@ public:
     {
         Json json = Json::object();
         if (shape_.ids)
-            json["_id"] = identifierOf(record);
+            json.set("_id", identifierOf(record));
         for (const std::size_t column : shape_.columns)
-            json[shape_.schema.columns[column].name] = valueToJson(row[column], shape_.schema.columns[column]);
+            json.set(shape_.schema.columns[column].name, valueToJson(row[column], shape_.schema.columns[column]));
         out_.json(json);
     }
 
@@ -145,7 +145,7 @@ void Output::write(std::string_view text)
         finish();
 }
 
-void Output::json(const Json& json) { line(dumpJson(json)); }
+void Output::json(const Json& json) { line(json.dump()); }
 
 void Output::line(std::string_view text)
 {

@@ -1,10 +1,9 @@
 // Standard output, and rows on it.
 #pragma once
 
+#include "json.h"
 #include "row.h"
 #include "walk.h"
-
-#include <nlohmann/json_fwd.hpp>
 
 #include <memory>
 #include <string>
@@ -12,8 +11,6 @@
 #include <vector>
 
 namespace kaldb::tool {
-
-using Json = nlohmann::ordered_json;
 
 /// Standard output, gathered. Throws a Failure when it cannot be written.
 class Output {

@@ -28,5 +28,7 @@ struct KeyBytes {
 /// The bytes of a key from its first values, given as text. With `open`, the last value is a text of which only the
 /// beginning is given. Throws a Failure for values that are none of their columns.
 KeyBytes makeKey(const TableSchema& schema, std::span<const std::string> values, bool open = false);
+/// Whole keys from values that follow each other, key after key. Throws a Failure when they do not come out even.
+std::vector<KeyBytes> makeKeys(const TableSchema& schema, const std::vector<std::string>& values);
 
 }  // namespace kaldb::tool

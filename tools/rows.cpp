@@ -97,4 +97,13 @@ const TableSchema* schemaOf(const OpenFile& open, const Schemas& schemas, const 
     return nullptr;
 }
 
+const TableSchema& requireSchema(const OpenFile& open, const Schemas& schemas, const std::vector<Damage>& damages,
+                                 const Chain& table)
+{
+    if (const TableSchema* const schema = schemaOf(open, schemas, damages, table))
+        return *schema;
+    throw wrongUse(fmt::format("table '{}' has no schema, so that its keys are unknown", printable(table.name)),
+                   "kaldb dump shows its records as hex");
+}
+
 }  // namespace kaldb::tool

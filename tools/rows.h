@@ -49,5 +49,8 @@ std::unique_ptr<RowWriter> writerFor(const TableRows& rows, Format format, const
 /// The schema of a table, null when it has none; throws a Failure when it has one that is damaged.
 const TableSchema* schemaOf(const OpenFile& open, const Schemas& schemas, const std::vector<Damage>& damages,
                             const Chain& table);
+/// Throws a Failure for a table that has none.
+const TableSchema& requireSchema(const OpenFile& open, const Schemas& schemas, const std::vector<Damage>& damages,
+                                 const Chain& table);
 
 }  // namespace kaldb::tool

@@ -1,13 +1,13 @@
 #include "schema.h"
 
 #include "failure.h"
-#include "json.h"
 #include "text.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace kaldb::tool {
@@ -207,20 +207,20 @@ std::vector<SchemaRecord> schemaRecords(const TableSchema& schema)
     return records;
 }
 
-nlohmann::ordered_json toJson(const TableSchema& schema)
+Json toJson(const TableSchema& schema)
 {
-    nlohmann::ordered_json columns = nlohmann::ordered_json::array();
+    Json columns = Json::array();
     for (const Column& column : schema.columns) {
-        nlohmann::ordered_json json{{"name", column.name}, {"type", typeNames[static_cast<std::size_t>(column.type)]}};
+        Json json{{"name", column.name}, {"type", typeNames[static_cast<std::size_t>(column.type)]}};
         if (fixedWidth(column.type) == 0)
-            json["width"] = column.width;
+            json.set("width", column.width);
         if (column.keyPosition != 0)
-            json["key"] = column.keyPosition;
+            json.set("key", column.keyPosition);
         if (column.notNull)
-            json["notNull"] = true;
+            json.set("notNull", true);
         if (column.hex)
-            json["hex"] = true;
-        columns.push_back(std::move(json));
+            json.set("hex", true);
+        columns.push(std::move(json));
     }
     return {{"kaldb", 1},
             {"table", schema.table},
@@ -229,29 +229,52 @@ nlohmann::ordered_json toJson(const TableSchema& schema)
             {"columns", std::move(columns)}};
 }
 
-TableSchema schemaFromJson(const nlohmann::ordered_json& json)
+namespace {
+
+/// A member of one type; `missing` when there is none. Throws a Failure for another type.
+template <class Type>
+Type member(const Json& json, const char* key, const Type& missing)
+{
+    const Scalar value = json[key].scalar();
+    if (std::holds_alternative<std::monostate>(value))
+        return missing;
+    if (const auto* const found = std::get_if<Type>(&value))
+        return *found;
+    throw wrongUse(fmt::format("schema: '{}' makes no sense", key));
+}
+
+std::uint32_t countMember(const Json& json, const char* key)
+{
+    const auto count = member<std::int64_t>(json, key, 0);
+    if (count < 0 || count > std::numeric_limits<std::uint32_t>::max())
+        throw wrongUse(fmt::format("schema: '{}' makes no sense", key));
+    return static_cast<std::uint32_t>(count);
+}
+
+}  // namespace
+
+TableSchema schemaFromJson(Json json)
 {
     TableSchema schema;
-    try {
-        schema.table = json.value("table", "");
-        schema.ids = json.value("ids", false);
-        for (const auto& entry : json.at("columns")) {
-            Column& column = schema.columns.emplace_back();
-            column.name = entry.at("name");
-            const std::string type = entry.at("type");
-            const auto name = std::find(typeNames.begin() + 1, typeNames.end(), type);
-            if (name == typeNames.end())
-                throw wrongUse(fmt::format("schema: column '{}' has the unknown type '{}'", column.name, type));
-            column.type = static_cast<ColumnType>(name - typeNames.begin());
-            column.width = fixedWidth(column.type);
-            if (column.width == 0)
-                column.width = entry.at("width");
-            column.keyPosition = entry.value("key", 0U);
-            column.notNull = entry.value("notNull", false);
-            column.hex = entry.value("hex", false);
-        }
-    } catch (const nlohmann::json::exception& error) {
-        throw wrongUse(fmt::format("schema: {}", error.what()));
+    if (!json["columns"].isArray())
+        throw wrongUse("schema: there is no array of columns");
+    schema.table = member<std::string>(json, "table", {});
+    schema.ids = member(json, "ids", false);
+    for (const Json& entry : json.take("/columns").takeElements()) {
+        Column& column = schema.columns.emplace_back();
+        column.name = member<std::string>(entry, "name", {});
+        const auto type = member<std::string>(entry, "type", {});
+        const auto name = std::find(typeNames.begin() + 1, typeNames.end(), type);
+        if (name == typeNames.end())
+            throw wrongUse(
+                fmt::format("schema: column '{}' has the unknown type '{}'", printable(column.name), printable(type)));
+        column.type = static_cast<ColumnType>(name - typeNames.begin());
+        column.width = fixedWidth(column.type);
+        if (column.width == 0)
+            column.width = countMember(entry, "width");
+        column.keyPosition = countMember(entry, "key");
+        column.notNull = member(entry, "notNull", false);
+        column.hex = member(entry, "hex", false);
     }
     return schema;
 }

@@ -5,8 +5,7 @@
 #pragma once
 
 #include "catalogue.h"
-
-#include <nlohmann/json_fwd.hpp>
+#include "json.h"
 
 #include <array>
 #include <cstdint>
@@ -97,8 +96,8 @@ Schemas readSchemas(const PageFile& file, const Catalogue& catalogue, const Dama
 /// The rows of KaldbSchema for a table, its own first.
 std::vector<SchemaRecord> schemaRecords(const TableSchema& schema);
 
-nlohmann::ordered_json toJson(const TableSchema& schema);
+Json toJson(const TableSchema& schema);
 /// Takes columns, types and key; the places in the record are not read. Throws a Failure for what makes no sense.
-TableSchema schemaFromJson(const nlohmann::ordered_json& json);
+TableSchema schemaFromJson(Json json);
 
 }  // namespace kaldb::tool

@@ -15,6 +15,7 @@ namespace kaldb::tool {
 
 struct Session {
     bool json = false;          // reports, and failures, as JSON
+    std::string file;           // what a failure of the library is about
     std::function<Exit()> run;  // the verb that the command line chose
     Output out;
 };
@@ -27,6 +28,12 @@ void addCheck(CommandLine& line, Session& session);
 void addPages(CommandLine& line, Session& session);
 void addGet(CommandLine& line, Session& session);
 void addDump(CommandLine& line, Session& session);
+void addLoad(CommandLine& line, Session& session);
+void addPut(CommandLine& line, Session& session);
+void addDel(CommandLine& line, Session& session);
+void addBackup(CommandLine& line, Session& session);
+void addRestore(CommandLine& line, Session& session);
+void addVersion(CommandLine& line, Session& session);
 
 /// A file opened for looking, with what its catalogue says.
 struct OpenFile {

@@ -136,7 +136,8 @@ std::string hex(std::span<const std::byte> bytes)
     std::string out;
     out.reserve(bytes.size() * 2);
     for (const std::byte byte : bytes)
-        fmt::format_to(std::back_inserter(out), "{:02x}", static_cast<unsigned>(byte));
+        for (const int shift : {4, 0})
+            out += "0123456789abcdef"[std::to_integer<unsigned>(byte) >> shift & 0xF];
     return out;
 }
 

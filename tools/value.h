@@ -1,17 +1,17 @@
 // Values of rows, and their forms: in a record, in a key, as text.
 #pragma once
 
+#include "json.h"
 #include "schema.h"
 
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <variant>
 
 namespace kaldb::tool {
 
 /// Null, or a value of its column's type; `bytes` columns hold their bytes in the string.
-using Value = std::variant<std::monostate, bool, std::int64_t, double, std::string>;
+using Value = Scalar;
 
 inline bool isNull(const Value& value) { return std::holds_alternative<std::monostate>(value); }
 

@@ -27,8 +27,10 @@ inline Answer kaldb(const std::string& arguments, const std::string& before = ""
 {
     static const TempDir folder;
     const std::string out = folder / "out", error = folder / "error";
-    const std::string line = before + "ASAN_OPTIONS=exitcode=99 UBSAN_OPTIONS=exitcode=99 " KALDB_COMMAND " " +
-                             arguments + " > " + out + " 2> " + error + " < /dev/null";
+    const std::string line = before +
+                             "ASAN_OPTIONS=exitcode=99 UBSAN_OPTIONS=exitcode=99 " KALDB_COMMAND " "
+                             "< /dev/null " +
+                             arguments + " > " + out + " 2> " + error;
     const int status = std::system(line.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), readFile(out), readFile(error)};
 }

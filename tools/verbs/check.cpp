@@ -12,7 +12,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct CheckOptions {
     std::string path;
     bool backup = false;
     bool strict = false;
@@ -46,12 +46,12 @@ Json jsonOf(const Finding& finding)
 {
     Json json{{"severity", name(finding.severity)}, {"code", finding.code}};
     if (finding.page != noPage)
-        json["page"] = finding.page;
+        json.set("page", finding.page);
     if (!finding.table.empty())
-        json["table"] = finding.table;
+        json.set("table", finding.table);
     if (finding.slot != noSlot)
-        json["slot"] = finding.slot;
-    json["text"] = finding.text;
+        json.set("slot", finding.slot);
+    json.set("text", finding.text);
     return json;
 }
 
@@ -76,7 +76,7 @@ bool checkFile(const std::string& path, bool strict, Session& session)
     if (session.json) {
         Json list = Json::array();
         for (const Finding& finding : findings.list())
-            list.push_back(jsonOf(finding));
+            list.push(jsonOf(finding));
         session.out.json({{"kaldb", 1},
                           {"file", path},
                           {"pages", open.file.pages()},
@@ -100,7 +100,7 @@ bool checkFile(const std::string& path, bool strict, Session& session)
     return errors == 0 && (!strict || warnings == 0);
 }
 
-Exit check(const Options& options, Session& session)
+Exit check(const CheckOptions& options, Session& session)
 {
     bool sound = checkFile(options.path, options.strict, session);
     if (options.backup)
@@ -113,7 +113,7 @@ Exit check(const Options& options, Session& session)
 void addCheck(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("check", "Looks for damage everywhere");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CheckOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.flag("--backup", options->backup, "Check FILE.backup too");
     verb.flag("--strict", options->strict, "Warnings count as damage");

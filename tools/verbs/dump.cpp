@@ -10,7 +10,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct DumpOptions {
     std::string path;
     std::vector<std::string> tables, columns;
     std::string format;  // jsonl when empty
@@ -20,7 +20,7 @@ struct Options {
 };
 
 /// The tables that the options name; without names all of the users' tables.
-std::vector<const Chain*> chosenTables(const Options& options, const OpenFile& open)
+std::vector<const Chain*> chosenTables(const DumpOptions& options, const OpenFile& open)
 {
     std::vector<const Chain*> tables;
     for (const std::string& name : options.tables)
@@ -33,7 +33,7 @@ std::vector<const Chain*> chosenTables(const Options& options, const OpenFile& o
     return tables;
 }
 
-Exit dump(const Options& options, Session& session)
+Exit dump(const DumpOptions& options, Session& session)
 {
     const Format format = options.format.empty() ? Format::jsonl : parseFormat(options.format);
     const OpenFile open{options.path};
@@ -84,7 +84,7 @@ Exit dump(const Options& options, Session& session)
 void addDump(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("dump", "All rows in key order");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<DumpOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.arguments("TABLE", options->tables, "Only these tables");
     verb.option("--format", options->format, "csv, tsv, jsonl (which is the default), table or hex");

@@ -9,7 +9,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct GetOptions {
     std::string path, table;
     std::vector<std::string> keys, prefix, from, to, columns;
     std::vector<std::uint64_t> ids;
@@ -17,6 +17,8 @@ struct Options {
     std::string format = "table";
     bool showIds = false;
     bool dirty = false;
+
+    bool byRange() const { return !prefix.empty() || !from.empty() || !to.empty(); }
 };
 
 /// Finds records through the identifier index of their table.
@@ -50,21 +52,7 @@ bool findById(const OpenFile& open, const Chain& table, std::uint64_t id, const 
     return true;
 }
 
-/// A key given as so many values; several keys may follow each other.
-std::vector<KeyBytes> exactKeys(const TableSchema& schema, const std::vector<std::string>& values)
-{
-    const std::size_t columns = schema.keyColumns().size();
-    if (values.size() % columns != 0)
-        throw wrongUse(fmt::format("the key of table '{}' has {} columns, but {} values are given",
-                                   printable(schema.table), columns, values.size()),
-                       "--prefix finds rows by the first columns of their key");
-    std::vector<KeyBytes> keys;
-    for (std::size_t i = 0; i < values.size(); i += columns)
-        keys.push_back(makeKey(schema, std::span{values}.subspan(i, columns)));
-    return keys;
-}
-
-RowSelection range(const Options& options, const TableSchema& schema)
+RowSelection range(const GetOptions& options, const TableSchema& schema)
 {
     RowSelection selection;
     selection.limit = options.limit;
@@ -79,7 +67,7 @@ RowSelection range(const Options& options, const TableSchema& schema)
 
 class Getter {
 public:
-    Getter(const Options& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
+    Getter(const GetOptions& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
         : options_(options), open_(open), rows_(rows), writer_(writer)
     {
     }
@@ -96,15 +84,11 @@ public:
                     return true;
                 },
                 damage_);
-        if (!options_.keys.empty() || byRange()) {
-            if (rows_.schema() == nullptr)
-                throw wrongUse(fmt::format("table '{}' has no schema, so that its keys are unknown",
-                                           printable(rows_.table().name)),
-                               "kaldb dump shows its records as hex");
+        if (!options_.keys.empty() || options_.byRange()) {
             const TableSchema& schema = *rows_.schema();
-            for (const KeyBytes& key : exactKeys(schema, options_.keys))
+            for (const KeyBytes& key : makeKeys(schema, options_.keys))
                 all &= rows_.write({key, key, 1}, writer_, damage_) == 1;
-            if (byRange())
+            if (options_.byRange())
                 all &= rows_.write(range(options_, schema), writer_, damage_) > 0;
         }
         writer_.end();
@@ -112,9 +96,7 @@ public:
     }
 
 private:
-    bool byRange() const { return !options_.prefix.empty() || !options_.from.empty() || !options_.to.empty(); }
-
-    const Options& options_;
+    const GetOptions& options_;
     const OpenFile& open_;
     const TableRows& rows_;
     RowWriter& writer_;
@@ -125,10 +107,9 @@ private:
     };
 };
 
-Exit get(const Options& options, Session& session)
+Exit get(const GetOptions& options, Session& session)
 {
-    if (options.keys.empty() && options.ids.empty() && options.prefix.empty() && options.from.empty() &&
-        options.to.empty())
+    if (options.keys.empty() && options.ids.empty() && !options.byRange())
         throw wrongUse("no key is given", "KEY..., --prefix, --from, --to or --id; kaldb dump shows all rows");
     const Format format = parseFormat(options.format);
     const OpenFile open{options.path};
@@ -137,7 +118,9 @@ Exit get(const Options& options, Session& session)
     std::vector<Damage> damages;
     const Schemas schemas =
         readSchemas(open.file, open.catalogue, [&](Damage damage) { damages.push_back(std::move(damage)); });
-    const TableRows rows{open, table, schemaOf(open, schemas, damages, table)};
+    const bool byId = options.keys.empty() && !options.byRange();
+    const TableRows rows{
+        open, table, byId ? schemaOf(open, schemas, damages, table) : &requireSchema(open, schemas, damages, table)};
     const auto writer = writerFor(rows, format, options.columns, options.showIds, session.out);
     return Getter{options, open, rows, *writer}.run();
 }
@@ -147,7 +130,7 @@ Exit get(const Options& options, Session& session)
 void addGet(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("get", "Rows by key");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<GetOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.argument("TABLE", options->table, "Table");
     verb.arguments("KEY", options->keys, "Values of the key columns, key after key");

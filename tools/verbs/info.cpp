@@ -88,9 +88,9 @@ void printJson(const OpenFile& open, const Counted& counted, const Backup& backu
               {"systemTables", countTables(open.catalogue, true)},
               {"damages", counted.damages}};
     if (backup.present)
-        json["backup"] = {{"file", backup.path}, {"ageSeconds", backup.age}, {"state", backup.state}};
+        json.set("backup", {{"file", backup.path}, {"ageSeconds", backup.age}, {"state", backup.state}});
     else
-        json["backup"] = nullptr;
+        json.set("backup", Json());
     out.json(json);
 }
 

@@ -13,7 +13,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct PagesOptions {
     std::string path, range, chain;
     bool hex = false;
 };
@@ -112,7 +112,7 @@ Json recordSlots(const RecordPage& page, bool withHex, TextTable& text)
         const KALBTreeSlot slot = page.slot(index);
         const std::string bytes = hex(
             withHex ? page.item(index) : page.item(index).first(std::min<std::size_t>(page.item(index).size(), 24)));
-        list.push_back(
+        list.push(
             {{"slot", index}, {"parent", slot.parent}, {"prev", slot.prev}, {"next", slot.next}, {"bytes", bytes}});
         text.row({std::to_string(index), slotNumber(slot.parent), slotNumber(slot.prev), slotNumber(slot.next), bytes});
     }
@@ -128,12 +128,12 @@ Json pieceSlots(const PiecePage& page, bool withHex, TextTable& text)
             continue;
         const std::size_t length = std::min<std::size_t>(slot.length, page.data(index).size());
         const std::string bytes = hex(page.data(index).first(withHex ? length : std::min<std::size_t>(length, 24)));
-        list.push_back({{"slot", index},
-                        {"length", slot.length},
-                        {"total", slot.totalSize},
-                        {"nextPage", slot.nextPage},
-                        {"nextSlot", slot.nextIndex},
-                        {"bytes", bytes}});
+        list.push({{"slot", index},
+                   {"length", slot.length},
+                   {"total", slot.totalSize},
+                   {"nextPage", slot.nextPage},
+                   {"nextSlot", slot.nextIndex},
+                   {"bytes", bytes}});
         text.row({std::to_string(index), fmt::format("{}/{}", slot.length, slot.totalSize), number(slot.nextPage),
                   slotNumber(slot.nextIndex), bytes});
     }
@@ -141,19 +141,20 @@ Json pieceSlots(const PiecePage& page, bool withHex, TextTable& text)
 }
 
 /// One page in full: links, slots in order, and all of its bytes if wanted.
-void showPage(PageNumber page, const std::string& owner, const Page& bytes, const Options& options, Session& session)
+void showPage(PageNumber page, const std::string& owner, const Page& bytes, const PagesOptions& options,
+              Session& session)
 {
     Json json = toJson(page, owner, bytes);
     const bool pieces = pageKind(bytes) == PageKind::pieces;
     TextTable slots{pieces ? std::vector<std::string>{">SLOT", ">LENGTH", ">PAGE", ">NEXT", "BYTES"}
                            : std::vector<std::string>{">SLOT", ">PARENT", ">PREV", ">NEXT", "BYTES"}};
-    json["slots"] = Json::array();
+    json.set("slots", Json::array());
     if (const auto records = RecordPage::open(bytes))
-        json["slots"] = recordSlots(*records, options.hex, slots);
+        json.set("slots", recordSlots(*records, options.hex, slots));
     else if (const auto piecePage = PiecePage::open(bytes))
-        json["slots"] = pieceSlots(*piecePage, options.hex, slots);
+        json.set("slots", pieceSlots(*piecePage, options.hex, slots));
     if (session.json) {
-        json["kaldb"] = 1;
+        json.set("kaldb", 1);
         session.out.json(json);
         return;
     }
@@ -172,7 +173,7 @@ void showPage(PageNumber page, const std::string& owner, const Page& bytes, cons
         printHex(bytes, session.out);
 }
 
-Exit pages(const Options& options, Session& session)
+Exit pages(const PagesOptions& options, Session& session)
 {
     const PageRange range = parseRange(options.range);
     const OpenFile open{options.path};
@@ -198,7 +199,7 @@ Exit pages(const Options& options, Session& session)
         }
         const Summary summary = summarise(bytes);
         const KALDBPageLinks links = pageLinks(bytes);
-        list.push_back(toJson(page, owners[page], bytes));
+        list.push(toJson(page, owners[page], bytes));
         text.row({std::to_string(page), owners[page].empty() ? "-" : printable(owners[page]), summary.kind,
                   std::to_string(summary.count), std::to_string(summary.places), std::to_string(summary.itemSize),
                   number(links.parent), number(links.prev), number(links.next)});
@@ -215,7 +216,7 @@ Exit pages(const Options& options, Session& session)
 void addPages(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("pages", "One line a page, or one page in full");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<PagesOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.optionalArgument("PAGES", options->range, "A page in full, or a range: 7 or 7-12");
     verb.option("--chain", options->chain, "Only the pages of this table, index or ROOT");

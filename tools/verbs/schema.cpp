@@ -8,6 +8,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 namespace kaldb::tool {
 
 namespace {
@@ -57,11 +59,11 @@ Exit schema(const std::string& path, const std::string& table, Session& session)
 
 void addSchema(CommandLine& line, Session& session)
 {
-    struct Options {
+    struct SchemaOptions {
         std::string path, table;
     };
     Verb verb = line.verb("schema", "Columns, types and keys of the tables");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<SchemaOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.optionalArgument("TABLE", options->table, "Only this table");
     verb.flag("--json", session.json, "One JSON object a table");

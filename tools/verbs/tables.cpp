@@ -11,7 +11,7 @@ namespace kaldb::tool {
 
 namespace {
 
-struct Options {
+struct TablesOptions {
     std::string path;
     bool system = false;
     bool names = false;
@@ -39,13 +39,13 @@ Json toJson(const Chain& chain, const ChainStatistics& statistics)
               {"flags", chain.object.flags},
               {"ids", chain.withIds()}};
     if (chain.withIds())
-        json["nextId"] = chain.object.nextID.sequence;
+        json.set("nextId", chain.object.nextID.sequence);
     if (statistics.damages != 0)
-        json["damages"] = statistics.damages;
+        json.set("damages", statistics.damages);
     return json;
 }
 
-Exit tables(const Options& options, Session& session)
+Exit tables(const TablesOptions& options, Session& session)
 {
     const OpenFile open{options.path};
     if (open.catalogue.chains.empty() && !open.catalogue.damages.empty())
@@ -62,7 +62,7 @@ Exit tables(const Options& options, Session& session)
         }
         const ChainStatistics statistics = gatherStatistics(open.file, chain);
         damages += statistics.damages;
-        list.push_back(toJson(chain, statistics));
+        list.push(toJson(chain, statistics));
         text.row({printable(chain.name), grouped(statistics.records), std::to_string(chain.object.recordSize),
                   grouped(statistics.pages), fmt::format("{:.0f} %", statistics.fill() * 100),
                   grouped(statistics.depth), chain.withIds() ? "yes" : "no"});
@@ -82,7 +82,7 @@ Exit tables(const Options& options, Session& session)
 void addTables(CommandLine& line, Session& session)
 {
     Verb verb = line.verb("tables", "The tables and how they fill their pages");
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<TablesOptions>();
     verb.argument("FILE", options->path, "Database file");
     verb.flag("--system", options->system, "The library's own tables, indexes and catalogue too");
     verb.flag("--names", options->names, "Names only, one a line");

@@ -1,0 +1,422 @@
+// The writing verbs, as a user calls them: what they write, that a failure changes nothing, and that a kill does not
+// either.
+
+#include "support/command.h"
+#include "support/file_image.h"
+#include "support/people.h"
+
+#include "catalogue.h"
+#include "output.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <random>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+namespace {
+
+using test::Answer;
+using test::readFile;
+using test::writeFile;
+
+class WriteTest : public testing::Test {
+protected:
+    /// Runs the command in the folder.
+    Answer run(const std::string& arguments, const std::string& before = "") const
+    {
+        return test::kaldb(arguments, "cd " + folder_.path().string() + " && " + before);
+    }
+    /// The same, and it must succeed, silently on standard error.
+    std::string done(const std::string& arguments) const
+    {
+        const Answer answer = run(arguments);
+        EXPECT_EQ(answer.exit, 0) << arguments << answer;
+        EXPECT_EQ(answer.error, "") << arguments;
+        return answer.out;
+    }
+    std::string file(const std::string& name, const std::string& bytes) const
+    {
+        writeFile(folder_ / name, bytes);
+        return name;
+    }
+    std::string bytes(const std::string& name) const { return readFile(folder_ / name); }
+    /// Everything in the folder.
+    std::map<std::string, std::string> snapshot() const
+    {
+        std::map<std::string, std::string> all;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+            all[entry.path().filename().string()] = entry.is_regular_file() ? readFile(entry.path()) : "";
+        return all;
+    }
+    std::string names() const
+    {
+        std::string all;
+        for (const auto& [name, content] : snapshot())
+            all += name + " ";
+        return all;
+    }
+    static std::string rows(int count, int from = 0)
+    {
+        std::string csv = "k,v\n";
+        for (int i = from; i < from + count; ++i)
+            csv += std::to_string(i * 7919 % 100'000) + "," + std::string(static_cast<std::size_t>(i % 40), 'x') + "\n";
+        return csv;
+    }
+
+    test::TempDir folder_;
+};
+
+TEST_F(WriteTest, LoadTellsWhatItMadeAndRefusesRepeatedKeys)
+{
+    file("a.csv", "city,code,n\nRome,IT,1\n\"Paris, \u00e9\",FR,2\nOslo,NO,\nRome,IT,4\nRome,IT,5\n");
+    const Answer refused = run("load new.kaldb t a.csv --key code");
+    EXPECT_EQ(refused.exit, 2);
+    EXPECT_EQ(refused.error, "kaldb: a.csv: 1 key occurs more than once (IT ×3), nothing was loaded\n"
+                             "hint: --on-duplicate=first keeps the first row of each\n");
+    EXPECT_EQ(names(), "a.csv ");
+    const std::string planned = "t: new table, 3 columns, record 24 bytes, 58 on a page\n"
+                                "  code  key      char(2)\n  city           char(9)\n  n              i64\n";
+    EXPECT_EQ(done("load new.kaldb t a.csv --key code --on-duplicate=last --dry-run"),
+              planned + "would load 3 rows (2 duplicates skipped)\n");
+    EXPECT_EQ(names(), "a.csv ");
+    EXPECT_EQ(done("load new.kaldb t a.csv --key code --on-duplicate=last"),
+              planned + "loaded 3 rows (2 duplicates skipped)\n"
+                        "new.kaldb: 5 pages, 10.3 kB (10,332 bytes), checked, backup written\n");
+    EXPECT_EQ(names(), "a.csv new.kaldb new.kaldb.backup ");
+    EXPECT_TRUE(bytes("new.kaldb") == bytes("new.kaldb.backup"));
+    EXPECT_EQ(done("dump new.kaldb t --format csv"), "city,code,n\n\"Paris, \u00e9\",FR,2\nRome,IT,5\nOslo,NO,\n");
+    EXPECT_EQ(done("load new.kaldb t a.csv --on-duplicate=first --update -q --in-place"), "");
+    EXPECT_EQ(done("get new.kaldb t IT --format csv"), "city,code,n\nRome,IT,1\n");
+}
+
+TEST_F(WriteTest, EveryFormatComesIn)
+{
+    const std::string expected = "{\"k\":1,\"v\":\"\u00e9\"}\n{\"k\":2,\"v\":\"b\"}\n";
+    file("u.csv", "k,v\n2,b\n1,\u00e9\n"), file("l.csv", "k,v\n2,b\n1,\xE9\n"), file("n.csv", "2;b\n1;\u00e9\n");
+    file("t.tsv", "v\tk\nb\t2\n\u00e9\t1\n"),
+        file("a.json", "{\"x\":{\"y\":" + std::string{"["} + "{\"k\":2,\"v\":\"b\"},{\"k\":1,\"v\":\"\u00e9\"}]}}");
+    file("r.jsonl", "{\"k\":2,\"v\":\"b\"}\n\n{\"k\":1,\"v\":\"\u00e9\"}\n"), file("w.txt", "b\n\u00e9\na\n");
+    file("1.csv", "k,v\n2,b\n"), file("2.csv", "v,k\n\u00e9,1\n");
+    int number = 0;
+    for (const char* input : {"u.csv", "l.csv --latin1", "n.csv --no-header --delimiter ';' --key column1", "t.tsv",
+                              "a.json --at /x/y", "r.jsonl", "- --format jsonl < r.jsonl", "1.csv 2.csv"}) {
+        const std::string name = "f" + std::to_string(number++);
+        const bool own = std::string{input}.find("--key") != std::string::npos;
+        done("load " + name + " t -q " + input + (own ? "" : " --key k"));
+        std::string dumped = done("dump " + name + " t --columns " + (own ? "column1,column2" : "k,v"));
+        dumped = std::regex_replace(std::regex_replace(dumped, std::regex{"column1"}, "k"), std::regex{"column2"}, "v");
+        EXPECT_EQ(dumped, expected) << input;
+    }
+    done("load f0 words w.txt --key word -q --ids");
+    EXPECT_EQ(done("dump f0 words --ids"),
+              "{\"_id\":1,\"word\":\"a\"}\n{\"_id\":0,\"word\":\"b\"}\n{\"_id\":2,\"word\":\"\u00e9\"}\n");
+    // A whole dump comes back in, table by table, with schemas and keys.
+    file("all.jsonl", done("dump f0"));
+    done("load again t all.jsonl -q"), done("load again words all.jsonl -q");
+    EXPECT_EQ(done("dump again"), done("dump f0"));
+    file("schema.json", done("schema f0 t --json"));
+    done("load third t u.csv --schema schema.json -q");
+    EXPECT_EQ(done("schema third"), done("schema f0 t"));
+}
+
+TEST_F(WriteTest, BulkOrderFillsPagesAndKeepsThemNear)
+{
+    file("rows.csv", rows(1200));
+    const auto shape = [&](const std::string& options) {
+        done("load f t rows.csv -q --key k --types 'v=text(24)' " + options);
+        std::istringstream line{done("tables f | tail -n 1")};
+        std::string name, records, size, pages, fill, percent, depth;
+        line >> name >> records >> size >> pages >> fill >> percent >> depth;
+        for (const char* made : {"f", "f.backup"})
+            std::filesystem::remove(folder_ / made);
+        return records + " rows of " + size + " in " + pages + " pages, " + depth + " deep";
+    };
+    EXPECT_EQ(shape(""), "1,200 rows of 72 in 50 pages, 6 deep");
+    EXPECT_EQ(shape("--fill 75"), "1,200 rows of 72 in 67 pages, 7 deep");
+    const std::string slow = shape("--input-order --cache 1M");
+    EXPECT_TRUE(slow.starts_with("1,200 rows of 72 in ") && slow != shape("")) << slow;
+}
+
+// Random rows and random changes of them, beside the same in a map.
+TEST_F(WriteTest, RowsAreThoseOfAModel)
+{
+    const unsigned seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random{seed};
+    struct Row {
+        std::string name, number, text;
+    };
+    std::map<std::pair<long, std::string>, Row> model;
+    const auto text = [&](std::size_t most) {
+        const char* const pieces[] = {"a", "\u00e9", ",", "\"", "\n", "\u20ac", " ", "\U0001F600", "x", "0"};
+        std::string made = "t";
+        for (std::size_t i = random() % (most + 1); i > 0; --i)
+            made += pieces[random() % 10];
+        return made;
+    };
+    const auto draw = [&] {
+        const long group = static_cast<long>(random() % 9) - 4;
+        return std::pair{std::pair{group, "n" + std::to_string(random() % 90)},
+                         Row{"", random() % 4 == 0 ? "" : std::to_string(static_cast<int>(random()) % 1000),
+                             text(random() % 8 == 0 ? 300 : 20)}};
+    };
+    const auto cell = [](const std::string& value) { return kaldb::tool::delimitedCell(value, ','); };
+    const auto csv = [&](const auto& all) {
+        std::string made = "group,name,number,text\n";
+        for (const auto& [key, row] : all)
+            made += std::to_string(key.first) + "," + key.second + "," + row.number + "," + cell(row.text) + "\n";
+        return made;
+    };
+    const auto batch = [&](int count) {
+        std::vector<std::pair<std::pair<long, std::string>, Row>> all;
+        std::map<std::pair<long, std::string>, bool> seen;
+        while (count-- > 0)
+            if (auto one = draw(); !std::exchange(seen[one.first], true))
+                all.push_back(std::move(one));
+        for (const auto& [key, row] : all)
+            model[key] = row;
+        return csv(all);
+    };
+    file("in.csv", batch(200));
+    done("load f t in.csv -q --ids --key group,name --types 'number=i64,text=text(16),name=char(8)'");
+    for (int round = 0; round < 9; ++round) {
+        const std::string place = round % 2 == 0 ? " --in-place" : "";
+        if (round % 3 == 0) {
+            file("in.csv", batch(40));
+            done("load f t in.csv -q --update" + place);
+        }
+        const auto victim = std::next(model.begin(), static_cast<long>(random() % model.size()));
+        done("del f t -q" + place + " -- " + std::to_string(victim->first.first) + " " + victim->first.second);
+        model.erase(victim);
+        const auto [key, row] = draw();
+        const std::string number = row.number.empty() ? "" : ",\"number\":" + row.number;
+        file("row.json", "{\"group\":" + std::to_string(key.first) + ",\"name\":\"" + key.second + "\"" + number +
+                             ",\"text\":\"" + std::string(row.text.size(), 'y') + "\"}");
+        EXPECT_EQ(done("put f t" + place + " < row.json"),
+                  model.contains(key) ? "t: 1 row replaced\n" : "t: 1 row added\n");
+        model[key] = {"", row.number, std::string(row.text.size(), 'y')};
+        ASSERT_EQ(done("dump f t --format csv"), csv(model));
+    }
+    EXPECT_EQ(run("check f --strict --backup").exit, 0) << run("check f --strict --backup");
+    EXPECT_TRUE(bytes("f") == bytes("f.backup"));
+}
+
+TEST_F(WriteTest, BackupAndRestoreCheckAndKeep)
+{
+    file("a.csv", "k\n1\n"), file("b.csv", "k\n2\n");
+    done("load f t a.csv --key k -q"), done("backup f old -q"), done("load f t b.csv -q");
+    const std::string newer = bytes("f");
+    EXPECT_EQ(done("backup f"), "f.backup: 10.3 kB (10,332 bytes), checked\n");
+    EXPECT_EQ(done("restore f --from old -q --json"),
+              "{\"kaldb\":1,\"file\":\"f\",\"from\":\"old\",\"bytes\":10332,\"replaced\":\"f.damaged\"}\n");
+    EXPECT_TRUE(bytes("f") == bytes("old") && bytes("f.damaged") == newer);
+    std::filesystem::remove(folder_ / "f");
+    EXPECT_EQ(done("restore f"), "f: 10.3 kB (10,332 bytes) from f.backup, checked\n");
+    done("backup f old --force -q");
+    EXPECT_TRUE(bytes("old") == newer);
+    EXPECT_EQ(names(), "a.csv b.csv f f.backup f.damaged old ");
+    std::filesystem::create_symlink("f", folder_ / "link");
+    done("put link t '{\"k\":3}' -q");
+    EXPECT_EQ(done("get f t 3 --format csv"), "k\n3\n");
+    EXPECT_TRUE(std::filesystem::is_symlink(folder_ / "link"));
+}
+
+TEST_F(WriteTest, EveryFailureHasItsExitCodeAndChangesNothing)
+{
+    test::PeopleFile{folder_ / "p", /*foreign=*/true};
+    const std::string image = bytes("p");
+    for (const char* name : {"dirty", "x", "cut", "alone.backup", "old.damaged", "old", "bad.backup", "unclean.backup"})
+        file(name, image);
+    for (const char* name : {"dirty", "unclean.backup"})
+        file(name, std::string{image}.replace(88, 1, "\1"));
+    file("old.backup", image), file("cut", image.substr(0, image.size() - 2048));
+    kaldb::test::FileImage damaged = kaldb::test::FileImage::parse(image);
+    for (const auto& chain : kaldb::tool::readCatalogue(kaldb::tool::PageFile{folder_ / "p"}).chains)
+        if (chain.name == "People")
+            damaged[chain.object.topPage].put(kaldb::test::PageImage::typed + 4, 'X');
+    damaged.write(folder_ / "broken"), damaged.write(folder_ / "bad.backup");
+    file("a.csv", "k,v\n1,x\n"), file("b.csv", "name,age\nperson 007,1\n"), file("c.csv", "name\na\xFF\n");
+    file("twice.csv", "k\n1\n1\n"), file("many.csv", rows(1500)), file("picture", "\x89PNG\r\n"),
+        file("q.csv", "k\n\"");
+    file("long.csv", "k\n" + std::string(300, 'x') + "\n"), file("age.csv", "name,age\nq,old\n");
+    file("p.json", "{\"columns\":[{\"name\":\"k\",\"type\":\"char\",\"width\":4}]}");
+
+    const std::string full = "trap '' XFSZ; ulimit -f 40; ";
+    struct Case {
+        const char* arguments;
+        int exit;
+        const char* says;
+    };
+    for (const Case& one : std::initializer_list<Case>{
+             {"load p New none.csv --key k", 3, "none.csv: cannot be read: No such file"},
+             {"load p New . --key k", 3, "Is a directory"},
+             {"load no/such/f New a.csv --key k", 3, "no/such/f: "},
+             {"load picture t a.csv --key k", 3, "not a kaldb file"},
+             {"load p New a.csv", 2, "no key is given"},
+             {"load p New", 2, "no input is given"},
+             {"load p New a.csv --key z", 2, "no column 'z'"},
+             {"load p New a.csv --key k --types v=f32", 2, "unknown type 'f32'"},
+             {"load p New a.csv --key k --types v", 2, "gives no column a type"},
+             {"load p New a.csv --key k --fill 0", 2, "percentage"},
+             {"load p New a.csv --key k --format xml", 2, "unknown format"},
+             {"load p New a.csv --key k --on-duplicate=never", 2, "repeated keys"},
+             {"load p New a.csv --key k --delimiter ab", 2, "no single character"},
+             {"load p New a.csv --key k --cache 5T", 2, "no size of a cache"},
+             {"load p New a.csv --key k --progress=often", 2, "progress"},
+             {"load p New a.csv --schema none.json", 3, "none.json: cannot be read"},
+             {"load p New a.csv --schema p.json", 2, "schema: its key has 0 bytes"},
+             {"load p 'a name of more than 26 characters' a.csv --key k --ids", 2, "no table can be called"},
+             {"load p '' a.csv --key k", 2, "no table can be called"},
+             {"load p KaldbSchema a.csv", 2, "not loaded into"},
+             {"load p SysBinary a.csv", 2, "has no schema"},
+             {"load p Foreign a.csv", 2, "has no schema"},
+             {"load p People a.csv", 2, "has no column 'k'"},
+             {"load p People b.csv", 2, "has 1 of the keys already (person 007)"},
+             {"load p People b.csv --key name --update", 2, "are for new tables"},
+             {"load p People age.csv", 2, "line 2: 'old' is no i64 for column 'age'"},
+             {"load p New a.csv b.csv --key k", 2, "b.csv: has other columns"},
+             {"load p New c.csv --key name", 2, "line 2: not valid UTF-8"},
+             {"load p New q.csv --key k", 2, "a quoted field is not closed"},
+             {"load p New long.csv --key k", 2, "the key takes 300 bytes"},
+             {"load p New twice.csv --key k --json", 2, "\"kind\":\"duplicate-keys\""},
+             {"load dirty New a.csv --key k", 4, "was not closed cleanly (dirty flag set), not opened"},
+             {"load alone New a.csv --key k", 4, "is missing, but there is a backup of it"},
+             {"load cut New a.csv --key k", 1, "its header counts"},
+             {"load broken New a.csv --key k", 1, "is damaged: page"},
+             {"put p People '{\"name\":\"a\"}{}'", 2, "no JSON"},
+             {"put p People", 2, "0 rows are given"},
+             {"put p People '{\"name\":\"a\",\"size\":1}'", 2, "has no column 'size'"},
+             {"put p People '{\"age\":1}'", 2, "column 'name' is empty"},
+             {"put p People '{\"name\":\"a name of 17 byte\"}'", 2, "17 bytes do not fit char(16)"},
+             {"put p Nothing '{}'", 1, "has no table 'Nothing'"},
+             {"put p Foreign '{}'", 2, "has no schema"},
+             {"put none People '{}'", 3, "no such file"},
+             {"put broken People '{\"name\":\"a\"}'", 5, "KALDB_"},
+             {"put broken People '{\"name\":\"a\"}' --json", 5, "\"kind\":\"library\",\"file\":\"broken\""},
+             {"del p People", 2, "no key is given"},
+             {"del p People 'person 001' nobody", 1, "has no key 'nobody', nothing was deleted"},
+             {"del p People 'person 001' 'person 001'", 1, "has no second key 'person 001'"},
+             {"del dirty People 'person 001'", 4, "not opened"},
+             {"backup p x", 4, "x: is there already"},
+             {"backup p p", 2, "is the file itself"},
+             {"backup dirty", 4, "not opened"},
+             {"backup broken", 1, "is damaged: page"},
+             {"restore p --from none", 3, "none: no such file"},
+             {"restore bad", 1, "bad.backup: is damaged: page"},
+             {"restore unclean", 4, "unclean.backup: was not closed cleanly"},
+             {"restore old", 4, "old.damaged: is there already"},
+         }) {
+        const auto before = snapshot();
+        const Answer answer = run(one.arguments);
+        EXPECT_EQ(answer.exit, one.exit) << one.arguments << "\n" << answer;
+        EXPECT_EQ(answer.out, "") << one.arguments;
+        EXPECT_NE(answer.error.find(one.says), std::string::npos) << one.arguments << "\n" << answer;
+        EXPECT_TRUE(snapshot() == before) << one.arguments << ": " << names();
+    }
+    const auto before = snapshot();
+    for (const char* arguments : {"load p New many.csv --key k", "load new New many.csv --key k", "backup p y"}) {
+        const Answer answer = run(arguments, full);
+        EXPECT_EQ(answer.exit, 3) << arguments << answer;
+        EXPECT_NE(answer.error.find("KALDB_NO_SPACE"), std::string::npos) << answer;
+        EXPECT_TRUE(snapshot() == before) << arguments << ": " << names();
+    }
+}
+
+TEST_F(WriteTest, AFileInUseIsLookedAtAndNotTouched)
+{
+    file("a.csv", "k\n1\n");
+    done("load f t a.csv --key k -q");
+    KALDBDatabase* database = nullptr;
+    std::uint32_t isNew = 0;
+    test::must(kaldbInitialize((folder_ / "f").u16string().c_str(), 1 << 20, &database, &isNew));
+    const auto before = snapshot();
+    for (const char* arguments : {"load f t a.csv --update", "put f t '{\"k\":2}'", "put f t '{\"k\":2}' --in-place",
+                                  "del f t 1", "backup f", "backup f x", "restore f"}) {
+        const Answer answer = run(arguments);
+        EXPECT_EQ(answer.exit, 3) << arguments << answer;
+        EXPECT_EQ(answer.error, "kaldb: f: is in use by process " + std::to_string(getpid()) + "\n");
+    }
+    for (const char* arguments : {"info f", "tables f", "schema f", "check f --backup", "pages f", "pages f 0",
+                                  "get f t 1 --dirty", "dump f --dirty"})
+        EXPECT_EQ(run(arguments).exit, 0) << arguments;
+    EXPECT_TRUE(snapshot() == before) << names();
+    test::must(kaldbDeinitialize(database));
+}
+
+// Killed at any moment, a load leaves the file whole, old or new, and the next one tidies up.
+TEST_F(WriteTest, AKilledLoadLeavesTheFileAsItWas)
+{
+    file("a.csv", rows(600)), file("b.csv", rows(600, 600));
+    done("load f t a.csv --key k -q");
+    const std::string old = bytes("f");
+    const auto start = [&] {
+        const pid_t child = fork();
+        if (child == 0) {
+            [[maybe_unused]] const int moved = chdir(folder_.path().c_str());
+            execl(KALDB_COMMAND, "kaldb", "load", "f", "t", "b.csv", "-q", "--progress=never", nullptr);
+            _exit(127);
+        }
+        return child;
+    };
+    const auto end = [](pid_t child, int signal) {
+        int status = 0;
+        kill(child, signal);
+        waitpid(child, &status, 0);
+        return WIFSIGNALED(status) && WTERMSIG(status) == signal;
+    };
+    auto whole = std::chrono::microseconds::max();
+    for (int round = 0; round < 3; ++round) {
+        file("f", old);
+        const auto began = std::chrono::steady_clock::now();
+        ASSERT_FALSE(end(start(), 0));
+        whole = std::min(
+            whole, std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - began));
+    }
+    const std::string changed = done("dump f t");
+
+    std::mt19937 random{std::random_device{}()};
+    int killed = 0;
+    for (int round = 0; round < 20; ++round) {
+        file("f", old), file("f.backup", old);
+        const pid_t child = start();
+        const auto moment = std::chrono::microseconds{random() % static_cast<unsigned long>(whole.count())};
+        SCOPED_TRACE(moment.count());
+        std::this_thread::sleep_for(moment);
+        const bool interrupted = round % 5 == 4;
+        killed += end(child, interrupted ? SIGINT : SIGKILL);
+        const bool untouched = bytes("f") == old;
+        ASSERT_TRUE(untouched || done("dump f t") == changed);
+        ASSERT_TRUE(!untouched || bytes("f.backup") == old);
+        EXPECT_TRUE(!interrupted || names().find("kaldb-work") == std::string::npos) << names();
+        done("put f t '{\"k\":-1}' -q");
+        EXPECT_EQ(names(), "a.csv b.csv f f.backup ");
+    }
+    EXPECT_GT(killed, 0);
+    EXPECT_EQ(run("check f --backup --strict").exit, 0);
+}
+
+// What the command takes and what its manual and its completion know are the same.
+TEST_F(WriteTest, ManualKnowsEveryVerbAndOption)
+{
+    const std::string manual = readFile(KALDB_MANUAL);
+    const std::regex verb{"\n  ([a-z]+) +[A-Z]"}, option{"(--[a-z-]+)"};
+    const std::string help = done("--help");
+    int verbs = 0;
+    for (std::sregex_iterator at{help.begin(), help.end(), verb}, end; at != end; ++at, ++verbs) {
+        const std::string section = (*at)[1];
+        const std::size_t begins = manual.find("\n## " + section);
+        ASSERT_NE(begins, std::string::npos) << section;
+        const std::string text = manual.substr(begins, manual.find("\n## ", begins + 1) - begins);
+        const std::string own = done(section + " --help");
+        for (std::sregex_iterator found{own.begin(), own.end(), option}; found != end; ++found)
+            EXPECT_TRUE((*found)[1] == "--help" || text.find((*found)[1]) != std::string::npos)
+                << section << " " << (*found)[1];
+    }
+    EXPECT_EQ(verbs, 13);
+}
+
+}  // namespace
