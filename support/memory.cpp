@@ -1,22 +1,12 @@
 // Memory and handle blocks: the process's heap, nothing kept inside or beside a block.
-#include "os.h"
-
 #include <kallib/kallib.h>
 
 #include <cstdlib>
 
 namespace {
 
-constexpr uint32_t largeBlock = 4u << 20;
-
 // A block of size 0 is a block too: null means "no memory" and nothing else.
-void* allocate(uint32_t size)
-{
-    void* block = std::malloc(size == 0 ? 1 : size);
-    if (block != nullptr && size >= largeBlock)
-        kallib::os::adviseLargePages(block, size);
-    return block;
-}
+void* allocate(uint32_t size) { return std::malloc(size == 0 ? 1 : size); }
 
 }  // namespace
 

@@ -36,9 +36,6 @@ Status renameFile(const char16_t* oldPath, const char16_t* newPath);
 /// Waits until the file's contents and its name are on disk.
 Status syncFile(const char16_t* path);
 
-/// Asks for large memory pages behind a large block: a cache is read all over. A system that has none is fine.
-void adviseLargePages(void* block, std::size_t size) noexcept;
-
 // ---- for the owner lock
 
 /// What tells a file or directory from all others, by whatever name it was reached.
