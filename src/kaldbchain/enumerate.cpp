@@ -145,30 +145,57 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
     return Status::endOfEnumeration;
 }
 
-/// A read-only walk keeps its page from changing, so more moves than items come from links that run in a circle.
-bool movesInACircle(KALDBChainEnum& walk, const ChainPage& page)
+/// One step within the page, tried without a reference on it: should a compare function have made the page leave the
+/// cache, the step counts for nothing (it read the slot's memory, whatever was in it).
+bool stepInPlace(KALDBChainEnum& walk, Status& status)
 {
-    return walk.lockType == LockType::read && ++walk.movesInPage > page.tree().maxCount();
+    if (!pageIsInPlace(walk))
+        return false;
+    BTreeWalk step = walk.btreeEnum;
+    status = step.moveNext(ChainPage::treeOf(walk.body).page());
+    if (!pageIsInPlace(walk))
+        return false;
+    walk.btreeEnum = step;
+    return true;
+}
+
+/// A read-only walk keeps its page from changing, so more moves than items come from links that run in a circle.
+bool movesInACircle(KALDBChainEnum& walk)
+{
+    return walk.lockType == LockType::read && ++walk.movesInPage > ChainPage::treeOf(walk.body).maxCount();
+}
+
+/// The step with a hold on the page, and on to the next page behind the last match.
+Status stepOrLeavePage(KALDBChainEnum& walk, bool stepped, Status status)
+{
+    [[maybe_unused]] const PageNumber old = walk.page;
+    ChainPage page{moveNext, u"could not unload page %ld"};
+    if (Status s = loadCurrentPage(walk, page); failed(s))
+        return KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not load page %ld", traceAddress(&walk), walk.page);
+    if (!stepped)
+        status = walk.btreeEnum.moveNext(page.tree().page());
+    if (status == Status::endOfEnumeration)
+        status = moveToNextPage(walk, page);
+    else if (failed(status))
+        KAL_TRACE(moveNext, status, u"enumerator 0x%08X could not enumerate btree", traceAddress(&walk));
+    if (walk.page != old)
+        KAL_TRACE(moveNext, u"enumerator 0x%08X has new page %d", traceAddress(&walk), walk.page);
+    return status;
 }
 
 Status dbchainEnumMoveNext(KALDBChainEnum& walk)
 {
-    [[maybe_unused]] const PageNumber old = walk.page;
+    const PageNumber old = walk.page;
     KAL_TRACE(moveNext, u"enumerator 0x%08X looking at page %ld", traceAddress(&walk), walk.page);
-    ChainPage page{moveNext, u"could not unload page %ld"};
-    if (Status s = loadCurrentPage(walk, page); failed(s))
-        return KAL_TRACE(moveNext, s, u"enumerator 0x%08X could not load page %ld", traceAddress(&walk), walk.page);
-    Status status = walk.btreeEnum.moveNext(page.tree().page());
-    if (ok(status) && movesInACircle(walk, page))
+    Status status = Status::success;
+    const bool stepped = stepInPlace(walk, status);
+    if (!stepped || failed(status))
+        status = stepOrLeavePage(walk, stepped, status);
+    if (failed(status) || walk.page != old)
+        return status;
+    if (movesInACircle(walk))
         return damagedChain(moveNext, walk.page);
-    if (ok(status))
-        KAL_TRACE(moveNext, u"enumerator 0x%08X successfully moved next", traceAddress(&walk));
-    else if (status == Status::endOfEnumeration)
-        status = moveToNextPage(walk, page);
-    else
-        KAL_TRACE(moveNext, status, u"enumerator 0x%08X could not enumerate btree", traceAddress(&walk));
-    if (walk.page != old)
-        KAL_TRACE(moveNext, u"enumerator 0x%08X has new page %d", traceAddress(&walk), walk.page);
+    KAL_TRACE(moveNext, u"enumerator 0x%08X successfully moved next", traceAddress(&walk));
     return status;
 }
 

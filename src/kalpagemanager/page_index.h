@@ -19,17 +19,19 @@ class PageIndex {
 public:
     static constexpr std::uint32_t none = std::numeric_limits<std::uint32_t>::max();
 
-    /// An empty index for at most `slots` pages; false when there is no memory.
-    bool allocate(std::uint32_t slots, const char* file)
+    /// Room for so many pages; false when there is no memory, with the index as it was. A cache that is hardly used
+    /// keeps a small one, which is made in no time.
+    bool reserve(std::uint32_t pages, const char* file)
     {
-        const std::uint32_t capacity = std::max(std::bit_ceil(2 * slots), std::uint32_t{2} << neighbourBits);
-        const std::uint32_t bytes = capacity * static_cast<std::uint32_t>(sizeof(Entry));
-        memory_ = allocateMemory(bytes, file);
-        if (!memory_)
+        if (2 * pages <= capacity())
+            return true;
+        PageIndex larger;
+        if (!larger.allocate(std::max(std::bit_ceil(2 * pages), smallest), file))
             return false;
-        std::memset(memory_.get(), 0xFF, bytes);  // every slot `none`
-        mask_ = capacity - 1;
-        shift_ = 32 + neighbourBits - static_cast<std::uint32_t>(std::countr_zero(capacity));
+        for (std::uint32_t at = 0; at < capacity(); ++at)
+            if (entries()[at].slot != none)
+                larger.insert(entries()[at].page, entries()[at].slot);
+        *this = std::move(larger);
         return true;
     }
 
@@ -70,12 +72,25 @@ public:
 
 private:
     static constexpr std::uint32_t neighbourBits = 3;
+    static constexpr std::uint32_t smallest = 1024;
 
     struct Entry {
         PageNumber page;
         std::uint32_t slot;
     };
 
+    bool allocate(std::uint32_t capacity, const char* file)
+    {
+        const std::uint32_t bytes = capacity * static_cast<std::uint32_t>(sizeof(Entry));
+        memory_ = allocateMemory(bytes, file);
+        if (!memory_)
+            return false;
+        std::memset(memory_.get(), 0xFF, bytes);  // every slot `none`
+        mask_ = capacity - 1;
+        shift_ = 32 + neighbourBits - static_cast<std::uint32_t>(std::countr_zero(capacity));
+        return true;
+    }
+    std::uint32_t capacity() const { return memory_ ? mask_ + 1 : 0; }
     Entry* entries() const { return reinterpret_cast<Entry*>(memory_.get()); }
     std::uint32_t home(PageNumber page) const
     {

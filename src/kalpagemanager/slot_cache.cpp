@@ -22,7 +22,7 @@ void kaldb::pmFormatPage(std::byte* page)
 bool SlotCache::allocate(std::uint32_t slots)
 {
     memory_ = allocateMemory(slots * pageSize, sourceFile);
-    if (!memory_ || !index_.allocate(slots, sourceFile) || !free_.allocate(slots, sourceFile) ||
+    if (!memory_ || !index_.reserve(1, sourceFile) || !free_.allocate(slots, sourceFile) ||
         !unreferenced_.allocate(slots, sourceFile) || !dirty_.allocate(slots, sourceFile))
         return false;
     size_ = slots;
@@ -35,7 +35,7 @@ std::uint32_t SlotCache::choose()
         return none;
     if (const std::uint32_t slot = free_.first(); slot != none)
         return slot;
-    if (touched_ == size_)
+    if (touched_ == size_ || !index_.reserve(touched_ + 1, sourceFile))
         return unreferenced_.first();
     pmFormatPage(at(touched_));
     free_.insert(touched_);
