@@ -335,17 +335,18 @@ TEST(SlotSet, AgreesWithAnOrderedSet)
 
 TEST(PageIndex, AgreesWithAMap)
 {
-    for (const uint32_t slots : {1u, 3u, 64u, 1000u}) {
+    for (const uint32_t slots : {1u, 3u, 64u, 3000u}) {
         kaldb::PageIndex index;
         std::map<uint32_t, uint32_t> model;
         std::mt19937 random(slots);
-        ASSERT_TRUE(index.allocate(slots, "tests"));
+        ASSERT_TRUE(index.reserve(1, "tests"));
         for (uint32_t step = 0; step < 200000; ++step) {
             const uint32_t number = static_cast<uint32_t>(random() % (slots * 2)) * (step % 2 == 0 ? 1u : 0x01000193u);
             if (model.count(number) > 0) {
                 index.erase(number);
                 model.erase(number);
             } else if (model.size() < slots) {
+                ASSERT_TRUE(index.reserve(static_cast<uint32_t>(model.size() + 1), "tests"));
                 index.insert(number, step);
                 model[number] = step;
             }
