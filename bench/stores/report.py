@@ -48,10 +48,10 @@ def lines(path):
 
 
 def medians(runs):
-    """(count, order, store) to the median of every figure, in the units of the table."""
+    """(count, cache, order, store) to the median of every figure, in the units of the table."""
     figures = defaultdict(lambda: defaultdict(list))
     for run in runs:
-        of = figures[run["count"], run["order"], run["store"]]
+        of = figures[run["count"], run["cache"], run["order"], run["store"]]
         for phase, taken in run["phases"].items():
             of[phase].append(taken["us"])
         for size in ("file bytes", "peak bytes"):
@@ -72,11 +72,11 @@ def cell(figures, own, row):
 
 
 def tables(found, stores):
-    for count, order in sorted({key[:2] for key in found}):
-        present = [store for store in stores if (count, order, store) in found]
-        of = {store: found[count, order, store] for store in present}
+    for count, cache, order in sorted({key[:3] for key in found}):
+        present = [store for store in stores if (count, cache, order, store) in found]
+        of = {store: found[count, cache, order, store] for store in present}
         loaded = "in the order of the keys" if order == "ordered" else "in random order"
-        yield f"### {count:,} records, loaded {loaded}\n"
+        yield f"### {count:,} records, loaded {loaded}, cache of {cache} MiB\n"
         yield "| | " + " | ".join(present) + " |"
         yield "|---|" + "---:|" * len(present)
         for row, title in ROWS.items():
@@ -84,6 +84,31 @@ def tables(found, stores):
             if any(cells):
                 yield f"| {title} | " + " | ".join(cells) + " |"
         yield ""
+
+
+def roomiest(found):
+    """Of every count the figures with the largest cache: (count, order, store) to figures."""
+    largest = {}
+    for count, cache, order, store in found:
+        largest[count, order, store] = max(cache, largest.get((count, order, store), 0))
+    return {key: found[key[0], cache, key[1], key[2]] for key, cache in largest.items()}
+
+
+def growth(found, stores):
+    """How often the cost at the smallest count every operation costs at the largest, with caches that hold the file."""
+    counts = sorted({key[0] for key in found})
+    low, high = counts[0], counts[-1]
+    if low == high:
+        return
+    yield f"### Growth: the cost at {high:,} records as a multiple of that at {low:,}\n"
+    yield "| | " + " | ".join(stores) + " |"
+    yield "|---|" + "---:|" * len(stores)
+    for phase in list(ROWS)[:8]:
+        for order in ("ordered", "random"):
+            pairs = [(found.get((high, order, store)), found.get((low, order, store))) for store in stores]
+            cells = [f"{top[phase] / base[phase]:.2g}" if top and base else "" for top, base in pairs]
+            yield f"| {phase}, {order} | " + " | ".join(cells) + " |"
+    yield ""
 
 
 def plot(found, stores, path):
@@ -133,19 +158,20 @@ def text_table(texts):
 def report(runs, texts, command):
     found = medians(runs)
     stores = list(dict.fromkeys(run["store"] for run in runs))
-    plot(found, stores, os.path.join(os.path.dirname(DOCUMENT), PLOT))
+    plot(roomiest(found), stores, os.path.join(os.path.dirname(DOCUMENT), PLOT))
     versions = ", ".join(dict.fromkeys(f"{run['store']} {run['version']}" for run in runs))
     rounds = len({run["seed"] for run in runs})
-    caches = "/".join(str(cache) for cache in sorted({run["cache"] for run in runs}))
+    rounds_of_largest = len({run["seed"] for run in runs if run["count"] == max(run["count"] for run in runs)})
     driver = statistics.median(run["phases"]["plain memory"]["us"] for run in runs)
     text = f"""
         Measured on {datetime.date.today():%-d %B %Y} by the command below: {machine()}. {versions}. Medians of {rounds}
-        runs, each in a process of its own with a cache of {caches} MiB; in brackets the multiple of kaldb's figure,
-        which is the better one where that is above 1. Microseconds an operation where nothing else is said; of each,
+        runs ({rounds_of_largest} of the largest count), each in a process of its own; in brackets the multiple of
+        kaldb's figure, which is the better one where that is above 1. Microseconds an operation where nothing else is said; of each,
         making and comparing a record takes {driver:.3f}."""
     yield textwrap.fill(" ".join(text.split()), 120, break_on_hyphens=False)
     yield f"\n```\n{command}\n```\n"
     yield from tables(found, stores)
+    yield from growth(roomiest(found), stores)
     yield f"![Microseconds an operation against the number of records]({PLOT})\n"
     yield from text_table(texts)
 
