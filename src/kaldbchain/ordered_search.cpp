@@ -182,6 +182,13 @@ Status findInsertPlace(const KALDBChain& chain, PageOrder& order, const void* re
     return order.next(place) ? fallOffBefore(chain, order.page(place), page, position) : Status::failure;
 }
 
+/// A walk that stands at the place comes to the next page soon.
+void prefetchNext(const PageOrder& order, PageOrder::Place place)
+{
+    if (order.next(place))
+        chainStorage().pageManager->prefetchPage(order.page(place));
+}
+
 /// The leftmost match is in the last page that begins before all matches, or the following page begins with it.
 Status findFirstItemPage(const KALDBChain& chain, PageOrder& order, LockType lock, const void* key, Compare compare,
                          ChainPage& found)
@@ -194,12 +201,14 @@ Status findFirstItemPage(const KALDBChain& chain, PageOrder& order, LockType loc
     if (ok(status)) {
         if (Status s = found.load(chain, lock, order.page(place)); failed(s))
             return s;
+        prefetchNext(order, place);
         if (Status s = found.tree().compareItem(key, compare, position); failed(s) || position == 0)
             return s;
         if (Status s = found.release(); failed(s))
             return s;
         if (!order.next(place))
             return Status::notFound;
+        order.noteFound(place);
     }
     if (Status s = found.load(chain, lock, order.page(place)); failed(s))
         return s;
@@ -253,8 +262,10 @@ Status neighbourByOrder(const KALDBChain& chain, std::uint32_t ownWalks, const C
     if (!(which == Neighbour::next ? order->next(place) : order->previous(place)))
         return Status::endOfEnumeration;
     neighbour = order->page(place);
-    if (which == Neighbour::next)
+    if (which == Neighbour::next) {
         order->noteFound(place);
+        prefetchNext(*order, place);
+    }
     return Status::success;
 }
 

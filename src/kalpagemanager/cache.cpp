@@ -177,6 +177,12 @@ Status KALPageManager::reference(PageNumber page, std::byte*& body)
     return Status::success;
 }
 
+void KALPageManager::prefetchPage(PageNumber page) const
+{
+    if (const std::uint32_t slot = cache_.find(page); slot != SlotCache::none)
+        prefetch(cache_.page(slot), pageSize);
+}
+
 Status KALPageManager::unreference(std::byte* body)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerUnreferencePage");

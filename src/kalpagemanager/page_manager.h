@@ -47,6 +47,8 @@ public:
     void referenceAgain(const std::byte* body) { cache_.reference(cache_.slotOf(body)); }
     /// Changes whenever a page enters or leaves the cache: while it stays the same, bodies stay where they are.
     std::uint64_t cacheContents() const { return cache_.contents(); }
+    /// The page will be loaded soon; does nothing for one that is not in the cache.
+    void prefetchPage(PageNumber page) const;
     /// Drops one reference and keeps the lock.
     Status unreference(std::byte* body);
     /// Releases one lock and nothing else: no reference, no read.

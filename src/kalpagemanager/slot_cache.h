@@ -44,6 +44,7 @@ public:
     const KALPageHeader& header(std::uint32_t slot) const { return *reinterpret_cast<const KALPageHeader*>(at(slot)); }
     PageNumber pageOf(std::uint32_t slot) const { return slot < touched_ ? header(slot).page : noPage; }
     std::byte* page(std::uint32_t slot) { return at(slot); }
+    const std::byte* page(std::uint32_t slot) const { return at(slot); }
     std::byte* body(std::uint32_t slot) { return at(slot) + pageHeaderLength; }
     /// The slot whose page has this body, or none for any other pointer and for a free slot.
     std::uint32_t slotOf(const std::byte* body) const;
