@@ -54,6 +54,8 @@ bool buildOrder(const KALDBChain& chain, PageNumber top, std::uint64_t limit, Pa
 
 void attemptOrder(const KALDBChain& chain, ChainState& state)
 {
+    KALPageManager& manager = *chainStorage().pageManager;
+    const bool damageKnown = manager.damageNoted();
     PageNumber top = noPage;
     bool built = false;
     try {
@@ -62,15 +64,13 @@ void attemptOrder(const KALDBChain& chain, ChainState& state)
     } catch (...) {
         // No memory, or a compare function that throws: plain descents it is.
     }
-    if (!built)
+    if (!built) {
         state.order.drop();
+        manager.setDamageNoted(damageKnown);  // nobody asked for the pages that were met here
+    }
     state.buildAt = built ? firstAttempt : 2 * state.excessLoads;
     state.excessLoads = built ? 0 : state.excessLoads;
 }
-
-}  // namespace
-
-namespace {
 
 /// The order, if there is one, when nobody but the caller can hold one of the chain's pages; `ownWalks` counts the
 /// walks that the caller itself is.

@@ -154,8 +154,10 @@ bool PageOrder::locate(const KALDBChain& chain, const ChainPage& page, Place& pl
 
 void PageOrder::append(PageNumber page, const std::byte* smallest)
 {
-    if (blocks_.empty() || blocks_.back().pages.size() == blockLimit())
-        addBlock(blocks_.size(), smallest);
+    if (blocks_.empty() || blocks_.back().pages.size() == blockLimit()) {
+        addBlock(blocks_.size());
+        setFirst(blocks_.size() - 1, smallest);
+    }
     insertIntoBlock(blocks_.back(), blocks_.back().pages.size(), page, smallest);
 }
 
@@ -168,7 +170,7 @@ Status PageOrder::insert(const KALDBChain& chain, Place place, PageNumber page, 
         if (place.entry == blockLimit()) {
             // Keys that arrive in ascending order fill their block and leave it full.
             place = {place.block + 1, 0};
-            addBlock(place.block, smallest);
+            addBlock(place.block);
         } else {
             if (Status s = splitBlock(chain, place.block); failed(s))
                 return s;
@@ -231,10 +233,13 @@ void PageOrder::setFirst(std::size_t block, const std::byte* smallest)
     std::memcpy(firsts_.data() + block * recordSize_, smallest, recordSize_);
 }
 
-void PageOrder::addBlock(std::size_t at, const std::byte* smallest)
+/// An empty block, whose first record its first entry will set.
+void PageOrder::addBlock(std::size_t at)
 {
+    if (firsts_.size() == firsts_.capacity())
+        firsts_.reserve(firsts_.size() + (blocks_.size() / 8 + spareEntries) * recordSize_);
     blocks_.emplace(blocks_.begin() + static_cast<std::ptrdiff_t>(at));
-    firsts_.insert(firsts_.begin() + static_cast<std::ptrdiff_t>(at * recordSize_), smallest, smallest + recordSize_);
+    firsts_.insert(firsts_.begin() + static_cast<std::ptrdiff_t>(at * recordSize_), recordSize_, std::byte{});
 }
 
 void PageOrder::insertIntoBlock(Block& block, std::size_t entry, PageNumber page, const std::byte* smallest) const
@@ -253,7 +258,7 @@ void PageOrder::insertIntoBlock(Block& block, std::size_t entry, PageNumber page
 /// Moves the greater half of a full block to a new one behind it.
 Status PageOrder::splitBlock(const KALDBChain& chain, std::size_t index)
 {
-    addBlock(index + 1, first(index));
+    addBlock(index + 1);
     Block& left = blocks_[index];
     Block& right = blocks_[index + 1];
     const std::size_t stay = left.pages.size() / 2;

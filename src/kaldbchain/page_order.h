@@ -75,7 +75,7 @@ private:
     bool findWhereLastFound(const void* key, Compare compare, Passes passes, Place& place) const;
     Status findInBlock(const KALDBChain& chain, const void* key, Compare compare, Passes passes, Place& place);
     void prefetchAhead(const Block& block, std::size_t begin, std::size_t end) const;
-    void addBlock(std::size_t at, const std::byte* smallest);
+    void addBlock(std::size_t at);
     void insertIntoBlock(Block& block, std::size_t entry, PageNumber page, const std::byte* smallest) const;
     Status splitBlock(const KALDBChain& chain, std::size_t index);
 

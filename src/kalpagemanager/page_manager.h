@@ -74,6 +74,8 @@ public:
 
     /// Damage was met since the file was opened: backups are refused from now on, so that the last good one stays.
     void noteDamage() { damaged_ = true; }
+    bool damageNoted() const { return damaged_; }
+    void setDamageNoted(bool noted) { damaged_ = noted; }
 
     /// The file at `path`, closed or complete, becomes its backup.
     static Status backup(const char16_t* path);
