@@ -117,6 +117,22 @@ TEST(VarString, OnlyTheStringThatAllocatedABlockFreesIt)
     EXPECT_EQ(faults::liveBlocks(), 2u);
 }
 
+// Handles are counted: the bytes of an old record may name the very block that is allocated next.
+TEST(VarString, AStaleHandleIsNotTakenForTheNewBlock)
+{
+    Text stale{8};
+    {
+        const Text latest{8, u"a text in a block"};
+        stale = latest;
+    }
+    std::uint32_t handle = 0;
+    std::memcpy(&handle, stale.area.data(), sizeof handle);
+    ++handle;
+    std::memcpy(stale.area.data(), &handle, sizeof handle);
+    EXPECT_EQ(stale.set(u"the text of that block"), 0u);
+    EXPECT_EQ(stale.get(), u"the text of that block");
+}
+
 TEST(VarString, Comparisons)
 {
     struct Case {

@@ -38,8 +38,8 @@ extern "C" {
  * any other the file is in use. A file that is missing, ends inside its header, is still marked as open or does not
  * have the size that its header tells is replaced by the backup first, a file that is there only by a backup that is
  * itself sound. The error log tells of it, and also of a first start, which finds neither. Without such a backup the
- * file is opened as it is. The time that opening takes does not depend on the database's size, unless the backup is
- * restored.
+ * file is opened as it is. A sound file without a backup gets one first. The time that opening takes does not depend on
+ * the database's size, unless the backup is restored or missing.
  *
  * The page cache has (cacheBytes + 8192) / 2048 slots of 2048 bytes, the sum taken modulo 2^32: 0 gives 4.
  *

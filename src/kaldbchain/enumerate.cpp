@@ -191,7 +191,8 @@ Status dbchainEnumMoveNext(KALDBChainEnum& walk)
     const bool stepped = stepInPlace(walk, status);
     if (!stepped || failed(status))
         status = stepOrLeavePage(walk, stepped, status);
-    if (failed(status) || walk.page != old)
+    const bool entered = walk.page != old || walk.body == nullptr;  // damaged links lead from a page to itself too
+    if (failed(status) || entered)
         return status;
     if (movesInACircle(walk))
         return damagedChain(moveNext, walk.page);

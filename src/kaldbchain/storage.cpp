@@ -21,10 +21,12 @@ KALPageManager* kaldbChainGetPageManager() { return chainStorage().pageManager; 
 
 namespace {
 
+std::u16string backupOf(const char16_t* path) { return std::u16string{path} + u".backup"; }
+
 /// Whether the backup may replace a file that is there: it was closed cleanly, is whole, and an open will accept it.
 Status checkBackup(const char16_t* path)
 {
-    const std::u16string backup = std::u16string{path} + u".backup";
+    const std::u16string backup = backupOf(path);
     const ValidateResult check = validateHeader(backup.c_str());
     if (failed(check.status))
         return check.status;
@@ -39,12 +41,24 @@ bool nothingToRestore(Status failure)
            failure == Status::damaged || failure == Status::failure;
 }
 
+/// The dirty mark is about to make the backup all that a crash leaves, but there is none when a process was killed
+/// while it replaced its backup. A failure is told to the error log, as at a close.
+void makeMissingBackup(const char16_t* path)
+{
+    std::uint32_t exists = 1;
+    if (ok(asStatus(kalFileExistsW(backupOf(path).c_str(), &exists))) && exists == 0 &&
+        ok(KALPageManager::checkHeader(path)))
+        ignore(KALPageManager::backup(path));
+}
+
 /// Fails only where the start must not go on.
 Status dbchainValidateFile(const char16_t* path)
 {
     constexpr TraceSource here = chainSource(u"dbchainValidateFile");
     const ValidateResult check = validateHeader(path);
     chainStorage().missing = check.absent;
+    if (check.sound())
+        makeMissingBackup(path);
     if (!check.spoiled())
         return check.status;  // a check that could not be made does not call the file sound
     here.error(u"detected corrupt database");

@@ -80,9 +80,10 @@ void variantRelease(KALDBVariant& variant)
 
 void variantTakeBlock(KALDBVariant& variant, const LiveBlock& block)
 {
-    variantRelease(variant);
+    freeReplacedBlock(namedBlock(variant).handle, block.handle, &variant);
     variant.data = block.address;
     writeField(variant.value, handleOffset, block.handle);
+    writeField(variant.value, handleOffset + sizeof block.handle, std::uint32_t{0});
 }
 
 void variantPointInline(KALDBVariant& variant)

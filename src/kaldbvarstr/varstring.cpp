@@ -52,6 +52,7 @@ template <class Write>
 Status replaceText(KALDBVarString& string, std::uint32_t length, Write&& write)
 {
     const BlockHandle earlier = namedBlock(string);
+    BlockHandle later = noBlock;
     if (string.capacity > length) {
         if (!write(reinterpret_cast<char*>(area(string))))
             return Status::conversionFailed;
@@ -63,9 +64,10 @@ Status replaceText(KALDBVarString& string, std::uint32_t length, Write&& write)
             return Status::outOfMemory;
         if (!write(reinterpret_cast<char*>(block.address())))
             return Status::conversionFailed;
-        writeField(area(string), 0, block.handOver().handle);
+        later = block.handOver().handle;
+        writeField(area(string), 0, later);
     }
-    freeBlock(earlier, &string);
+    freeReplacedBlock(earlier, later, &string);
     string.length = length;
     return Status::success;
 }
@@ -124,7 +126,7 @@ const char* varStringText(const KALDBVarString& string)
 
 void varStringTakeBlock(KALDBVarString& string, BlockHandle block)
 {
-    freeBlock(namedBlock(string), &string);
+    freeReplacedBlock(namedBlock(string), block, &string);
     writeField(area(string), 0, block);
 }
 
