@@ -10,6 +10,7 @@
 #include "support/quiet.h"
 
 #include "kaldbchain/chain.h"
+#include "kaldbindex/pending_changes.h"
 
 #include <kaldb/kaldb.h>
 
@@ -75,8 +76,10 @@ public:
         for (KALDBTable* table : {people_, raw_})
             if (table != nullptr)
                 kaldbTableClose(table);
-        if (kaldbDeinitialize(database_) != 0)
+        if (kaldbDeinitialize(database_) != 0) {
             kaldb::abandonStorage(path);
+            kaldb::dropAllPendingChanges();
+        }
     }
 
     void operate(const std::uint8_t* operation)
