@@ -15,6 +15,18 @@
  *     ...
  *     kaldbDeinitialize(database);
  *
+ * What the library promises:
+ *
+ * 1. From the first finished close or backup on, at every instant, through process kill and power loss, at least one of
+ *    database file and backup file is complete, marked clean, on disk, and found by the next open.
+ * 2. The next open shows exactly the state of the last finished close or running backup (or one later complete state,
+ *    if the stop fell between a clean mark and the next dirty mark). Never a mixture.
+ * 3. No byte sequence in the file, or in a value read from it, makes the library read or write outside its memory, run
+ *    without end, or allocate more than a fixed multiple of the file's size.
+ * 4. A record whose insertion returned 0 stays findable by key, by identifier and by a full walk until it is deleted or
+ *    the process stops; an operation that returns an error has lost nothing that was there before.
+ * 5. A caller's mistake is answered with a status, not with memory corruption, wherever the library can tell.
+ *
  * The library serialises nothing: a process makes one call at a time, of whatever family. Callbacks run inside the
  * caller's call and may use other tables, but not open, close or back up the database (KALDB_LOCK_CONFLICT).
  *

@@ -8,9 +8,12 @@
 
 #include <kallib/kallib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <type_traits>
 
 namespace kaldb {
@@ -112,8 +115,10 @@ class LogFormat {
 public:
     void add(const char16_t* part)
     {
-        while (*part != u'\0' && used_ + 1 < text_.size())
-            text_[used_++] = *part++;
+        const std::size_t length = std::char_traits<char16_t>::length(part);
+        const std::size_t fits = std::min(length, text_.size() - 1 - used_);
+        std::memcpy(text_.data() + used_, part, fits * sizeof *part);
+        used_ += fits;
         text_[used_] = u'\0';
     }
     const char16_t* text() const { return text_.data(); }
