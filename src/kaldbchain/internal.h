@@ -127,16 +127,14 @@ Status dbchainCheckChild(const KALDBChain& chain, PageNumber child, PageNumber p
 Status dbchainCheckConstraints(std::uint32_t mode, const KALDBChain& chain, const void* record);
 Status kaldbUpdateRootElement(PageNumber existing, PageNumber created);
 
-// ---- page removal
-// ----------------------------------------------------------------------------------------------------
+// ---- page removal ----------------------------------------------------------------------------------------------
 
 /// Takes the emptied page out of the tree, or leaves everything as it is.
 Status dbchainOrphanPage(const KALDBChain& chain, ChainPage& page);
 /// Removes a page that an earlier removal had to leave, when it is still empty and nothing is in the way.
 void dbchainRetryRemoval(const KALDBChain& chain, const EmptyPageMet& empty);
 
-// ---- successors
-// ------------------------------------------------------------------------------------------------------
+// ---- successors ------------------------------------------------------------------------------------------------
 
 /// Loads the leftmost page of the subtree that starts at `page`.
 Status dbchainEnumFindSmallest(const KALDBChain& chain, LockType lock, PageNumber page, ChainPage& found,

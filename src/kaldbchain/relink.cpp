@@ -114,7 +114,7 @@ Status dbchainCheckRootObject(const KALDBChain& chain)
     const KALDBRootObject key = rootObjectKey(chain.kind, chain.name);
     ChainPage page{here, u"could not unload page %ld"};
     SlotIndex slot = noSlot;
-    if (ok(kaldbLoadRootObjectInPlace(chain.state, key, page, slot)))
+    if (ok(loadRootObjectInPlace(chain.state, key, page, slot)))
         return Status::success;
     return dbchainFindUpdatePage(*root, &key, page);
 }

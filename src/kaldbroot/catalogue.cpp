@@ -85,7 +85,7 @@ Status kaldbInsertRootObject(KALDBRootObject& object)
     return Status::success;
 }
 
-Status kaldbLoadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page, SlotIndex& slot)
+Status loadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page, SlotIndex& slot)
 {
     // With a walk or an operation on the root chain only a search meets every page that may be locked.
     if (state == nullptr || state->rootPage == noPage || rootChain == nullptr || rootChain->state == nullptr ||
@@ -129,7 +129,7 @@ Status storeRootObject(ChainState* state, KALDBChain& root, KALDBRootObject& obj
     constexpr static TraceSource here = rootSource(u"kaldbUpdateRootObject");
     ChainPage page{here, u"could not unload page %ld"};
     SlotIndex slot = noSlot;
-    if (ok(kaldbLoadRootObjectInPlace(state, object, page, slot))) {
+    if (ok(loadRootObjectInPlace(state, object, page, slot))) {
         writeField(page.tree().item(slot), 0, object);
         ignore(page.markDirty());
         return Status::success;
