@@ -56,8 +56,8 @@ inline void fill_page(std::size_t begin, std::size_t end, std::vector<std::size_
 ///
 /// Pages come out full and their tree balanced: a lookup in a million records, 8 to a page, reads 17 pages at most.
 /// Records inserted in the order of their keys leave pages three quarters full, each hanging below the one before, so
-/// that a lookup reads half of all pages; random order is hardly better. A smaller `per_page`, such as three quarters
-/// of what a page takes, leaves room for records that come later.
+/// that a lookup reads half of all pages until the library has put them in order in its memory; random order is hardly
+/// better. A smaller `per_page`, such as three quarters of what a page takes, leaves room for records that come later.
 inline std::vector<std::size_t> bulk_order(std::size_t count, std::size_t per_page)
 {
     std::vector<std::size_t> order;
