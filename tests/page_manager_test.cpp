@@ -415,7 +415,7 @@ TEST_F(PageManager, GapsThatACrashLeftAreFilledAndLiesAreNot)
     EXPECT_EQ(number, 3u);
     ASSERT_EQ(close(), 0u);
 
-    for (const uint32_t count : {1u + (1u << 21) + 1, 0xFFFFFFFFu}) {
+    for (const uint32_t count : {1u + (1u << 14) + 1, 1u << 21, 0xFFFFFFFFu}) {
         writeFile(dir / "db", fileHeader(count) + page(0, 0, 0, 0, "a"));
         ASSERT_EQ(open(), 0u);
         EXPECT_TRUE(count != 0xFFFFFFFF || create("none left") == 12);

@@ -132,7 +132,7 @@ Status KALPageManager::putHeaderBack()
 
 // A crash can leave more pages in the file than its header counts. They may belong to somebody, so new pages come after
 // them, also after a last one that was cut off. It can as well leave fewer: those are the gap. A header that counts
-// more than a cache could have held back tells no truth, and its file is not worth a backup.
+// more than a cache can have held back tells no truth, and its file is not worth a backup.
 void KALPageManager::countPagesOfFile(std::uint64_t size)
 {
     const std::uint64_t bytes = size <= fileHeaderLength ? 0 : size - fileHeaderLength;

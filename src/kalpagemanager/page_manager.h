@@ -16,6 +16,7 @@
 
 #include <kaldb/page_manager.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -93,7 +94,7 @@ public:
     bool isPageLocked(const std::byte* body) const;
 
 private:
-    static constexpr PageNumber largestGap = PageNumber{1} << 21;  // pages: the largest cache, rounded up
+    static constexpr PageNumber usualGap = PageNumber{1} << 14;  // pages: 32 MiB that a crash may have kept in a cache
 
     Status openFile(std::uint32_t& created);
     Status buildCache(std::uint32_t cacheBytes);
@@ -118,8 +119,10 @@ private:
 
     void resetReferences();
     Status closeFile();
-    /// Pages to fill in. A gap wider than the largest cache is none: nothing like it was ever held back.
-    bool hasGap() const { return gapBegin_ < gapEnd_ && gapEnd_ - gapBegin_ <= largestGap; }
+    /// Pages to fill in. A gap is none that is wider than this cache, the file and a usual cache: a header that lies
+    /// must not make a small file a huge one.
+    bool hasGap() const { return gapBegin_ < gapEnd_ && gapEnd_ - gapBegin_ <= largestGap(); }
+    PageNumber largestGap() const { return std::max({usualGap, cache_.size(), pagesFound_}); }
     Status fillGap();
     Status markClean();
     Status markDirty();
