@@ -334,6 +334,21 @@ TEST_F(Owners, OnlyOneProcessOpensADatabase)
     }
 }
 
+TEST_F(Owners, StayOwnersUntilTheClosingBackupIsMade)
+{
+    database.open();
+    unsigned copies = 0;
+    faults::state().before = [&](const std::string& call) {
+        KALOwnerLock* second = nullptr;
+        if (call == "kalFileCopyW" && ++copies > 0) {
+            EXPECT_EQ(kalOwnerLockAcquire(database.path().c_str(), &second), KALDB_FILE_IN_USE);
+        }
+    };
+    EXPECT_EQ(database.close(), 0U);
+    faults::reset();
+    EXPECT_EQ(copies, 1U);
+}
+
 TEST_F(Owners, OfTwoThatStartAtOnceOneWins)
 {
     for (int round = 0; round < 5; ++round)
