@@ -1,8 +1,10 @@
 // Statistics: a set of named counters.
+#include "live_list.h"
 #include "status.h"
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 using kallib::guarded;
@@ -14,7 +16,12 @@ struct KALStats {
         uint64_t value = 0;
     };
     std::vector<Counter> counters;
+    KALStats* next = nullptr;
 };
+
+namespace {
+kallib::LiveList<KALStats> sets;
+}
 
 extern "C" uint32_t kalStatsInitialize(uint32_t count, const char16_t* const* names, KALStats** stats)
 {
@@ -31,15 +38,12 @@ extern "C" uint32_t kalStatsInitialize(uint32_t count, const char16_t* const* na
                 return Status::invalidArgument;
             created->counters.push_back({names[i]});
         }
-        *stats = created.release();
+        *stats = sets.add(std::move(created));
         return Status::success;
     });
 }
 
 extern "C" uint32_t kalStatsDeinitialize(KALStats* stats)
 {
-    if (stats == nullptr)
-        return KAL_INVALID_ARGUMENT;
-    delete stats;
-    return KAL_SUCCESS;
+    return sets.remove(stats) == nullptr ? KAL_INVALID_ARGUMENT : KAL_SUCCESS;
 }

@@ -536,23 +536,4 @@ TEST(BTreePageDamage, LyingHeadersAreNotOpened)
         }
 }
 
-TEST(BTreePageArguments, NullIsRefused)
-{
-    BTreePage tree{8, 8};
-    SlotIndex index = 0;
-    void* item = nullptr;
-    KALEnumerator* made = nullptr;
-    KALBTreePage* none = nullptr;
-    for (const uint32_t status :
-         {kalBTreeFormat(nullptr, 100, 8), kalBTreeInsertItem(tree.page(), nullptr, byKey, &index),
-          kalBTreeDeleteItem(tree.page(), &index, nullptr, &index), kalBTreeGetIndex(tree.page(), 0, nullptr),
-          kalBTreeIsFull(nullptr, nullptr), kalBTreeGetByEnumerator(tree.page(), nullptr, &item),
-          kalBTreeSearchPartialKey(tree.page(), nullptr, byKey, &none, &made)})
-        EXPECT_EQ(status, KALDB_INVALID_ARGUMENT);
-    EXPECT_EQ(kalBTreeGetIndex(tree.page(), 8, &item), KALDB_NOT_FOUND);
-    EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 8, byKey), KALDB_NOT_FOUND);
-    kalBTreeDump(nullptr);
-    kalBTreeDump(tree.page());
-}
-
 }  // namespace

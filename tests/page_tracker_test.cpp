@@ -97,17 +97,4 @@ TEST_F(PageTracker, TwentyPagesFitAndRequestsThatTakeNothingLeaveNoRecord)
     expectLock(99, {3, 1});
 }
 
-TEST(PageTrackerArguments, NullsAreRefused)
-{
-    uint32_t result = 7;
-    EXPECT_EQ(kalPageTrackerInitialize(20, 0, nullptr), 4u);
-    EXPECT_EQ(kalPageTrackerDeinitialize(nullptr), 4u);
-    EXPECT_EQ(kalPageTrackerLockPage(nullptr, 1, 1), 4u);
-    EXPECT_EQ(kalPageTrackerUnlockPage(nullptr, 1), 4u);
-    EXPECT_EQ(kalPageTrackerGetPageLockType(nullptr, 1, &result), 4u);
-    EXPECT_EQ(kalPageTrackerGetPageLockCount(nullptr, 1, &result), 4u);
-    EXPECT_EQ(kalPageTrackerIsPageLocked(nullptr, 1, &result), 4u);
-    EXPECT_EQ(result, 7u);
-}
-
 }  // namespace

@@ -110,7 +110,8 @@ KALDB_API uint32_t kalBTreeEnumerate(KALBTreePage* page, KALBTreePage** pageRef,
 KALDB_API uint32_t kalBTreeSearchPartialKey(KALBTreePage* page, const void* key, KALBTreeCompare compare,
                                             KALBTreePage** pageRef, KALEnumerator** enumerator);
 
-/* Gives the place, in the page given here, of the current item of an enumerator from one of the two above. */
+/* Gives the place, in the page given here, of the current item of an enumerator from one of the two above.
+   KALDB_INVALID_ARGUMENT: an enumerator from elsewhere. KALDB_FAILURE: the page has no such slot. */
 KALDB_API uint32_t kalBTreeGetByEnumerator(KALBTreePage* page, KALEnumerator* enumerator, void** item);
 
 /* *flag: 1 when at least three quarters of the slots are in use, counted as 3 * (maxCount / 4) in integers; else 0. */

@@ -2,7 +2,7 @@
  * Looking into a running page manager.
  *
  * The trace walks write to the trace (level 3 of kalLogSetSink), which only a build with traces produces; in any other
- * build they write nothing. They return nothing, and do nothing with a null manager.
+ * build they write nothing. They return nothing, and do nothing with a null or closed manager.
  */
 #ifndef KALDB_DIAGNOSTICS_H
 #define KALDB_DIAGNOSTICS_H

@@ -18,11 +18,11 @@
  * instant, also when the process is killed or the power fails, the file is either marked dirty or complete.
  *
  * Nothing here is safe against concurrent calls; the caller runs one at a time. Locks never wait: a request that
- * conflicts fails at once (see page_tracker.h). A null manager, path, body or result is answered with
- * KALDB_INVALID_ARGUMENT; a body pointer is valid while its page is held, and of any other manager's memory only what
- * is no page of this cache is recognised (and refused with the same status). Statuses of the support library are passed
- * on as they come: KALDB_ACCESS_DENIED, KALDB_IO_ERROR, KALDB_NO_SPACE, KALDB_FILE_NOT_FOUND, KALDB_NAME_TOO_LONG,
- * KALDB_NOT_A_FILE and KALDB_TOO_MANY_FILES, below "a file status".
+ * conflicts fails at once (see page_tracker.h). A null manager, path, body or result, or a manager that is closed, is
+ * answered with KALDB_INVALID_ARGUMENT; a body pointer is valid while its page is held, and of any other manager's
+ * memory only what is no page of this cache is recognised (and refused with the same status). Statuses of the support
+ * library are passed on as they come: KALDB_ACCESS_DENIED, KALDB_IO_ERROR, KALDB_NO_SPACE, KALDB_FILE_NOT_FOUND,
+ * KALDB_NAME_TOO_LONG, KALDB_NOT_A_FILE and KALDB_TOO_MANY_FILES, below "a file status".
  */
 #ifndef KALDB_PAGE_MANAGER_H
 #define KALDB_PAGE_MANAGER_H

@@ -10,8 +10,8 @@
  *     none         nothing          one less         one less         one less
  *
  * A page whose last lock is released is no longer tracked. A page manager has a tracker of its own with 20 records;
- * these operations are for callers that keep another. A null tracker or result is answered with KALDB_INVALID_ARGUMENT.
- * The calls are not safe against each other.
+ * these operations are for callers that keep another. A null tracker or result, or a tracker that was ended, is
+ * answered with KALDB_INVALID_ARGUMENT. The calls are not safe against each other.
  */
 #ifndef KALDB_PAGE_TRACKER_H
 #define KALDB_PAGE_TRACKER_H

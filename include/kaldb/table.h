@@ -19,7 +19,7 @@
  * close, or the end of the database is refused with KALDB_LOCK_CONFLICT.
  *
  * Statuses: beside those listed, every operation returns
- *     KALDB_INVALID_ARGUMENT  a null pointer, except where null is said to mean something
+ *     KALDB_INVALID_ARGUMENT  a null pointer, except where null is said to mean something, or a table that is closed
  *     KALDB_NOT_OPEN          no database is open, or the handle belongs to an earlier one
  * and every one that takes a table and a record, key, identifier, locator or enumerator returns
  *     KALDB_NOT_SUPPORTED     a record operation on a binary table, or the other way round

@@ -1,26 +1,27 @@
 // Walks over the items of a page as enumerators of the support library. The page is looked up through a reference at
 // every step.
 
+#include "common/live_handle.h"
 #include "common/memory.h"
 #include "kalbtree/internal.h"
 #include "kalbtree/walk.h"
 
 #include <cstring>
 #include <limits>
-#include <type_traits>
+#include <new>
 
 namespace kaldb {
 namespace {
 
 /// The user data of an enumerator. The key follows it: `itemSize` bytes.
-struct KALBTreeEnum {
-    KALBTreePage** pageRef;
-    std::uint32_t position;  // the support library's, at the last successful move
+struct KALBTreeEnum : LiveHandle<KALBTreeEnum> {
+    KALBTreePage** pageRef = nullptr;
+    std::uint32_t position = 0;  // the support library's, at the last successful move
     BTreeWalk walk;
 
     std::byte* key() { return static_cast<std::byte*>(static_cast<void*>(this + 1)); }
 };
-static_assert(std::is_trivially_destructible_v<KALBTreeEnum> && alignof(KALBTreeEnum) <= alignof(std::max_align_t));
+static_assert(alignof(KALBTreeEnum) <= alignof(std::max_align_t));
 
 Status moveNext(KALBTreeEnum& record, std::uint32_t& position)
 {
@@ -68,6 +69,7 @@ std::uint32_t btreeEnumGetItem(KALEnumerator*, void* userData, std::uint32_t pos
 
 std::uint32_t btreeEnumFree(KALEnumerator*, void* userData)
 {
+    static_cast<KALBTreeEnum*>(userData)->~KALBTreeEnum();
     kalMemFree(userData);
     return KALDB_SUCCESS;
 }
@@ -86,14 +88,18 @@ Status btreeEnumCreate(KALBTreePage** pageRef, BTreeWalk walk, const void* key, 
     if (memory == nullptr)
         return Status::outOfMemory;
 
-    auto* record = new (memory.get()) KALBTreeEnum{.pageRef = pageRef, .position = 0, .walk = walk};
+    auto* record = new (memory.get()) KALBTreeEnum;
+    record->pageRef = pageRef;
+    record->walk = walk;
     if (key != nullptr) {
         std::memcpy(record->key(), key, itemSize);
         record->walk.setKey(record->key());
     }
     KALEnumerator* made = nullptr;
-    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, record, &made)); failed(s))
+    if (Status s = asStatus(kalEnumeratorCreate(&callbacks, record, &made)); failed(s)) {
+        record->~KALBTreeEnum();
         return KAL_TRACE(here, s, u"could not create enumerator");
+    }
     static_cast<void>(memory.release());
     enumerator = made;
     return Status::success;
@@ -131,6 +137,8 @@ Status BTreeView::getByEnumerator(KALEnumerator* enumerator, std::byte*& item) c
     void* userData = nullptr;
     if (Status s = asStatus(kalEnumeratorGetUserData(enumerator, &userData)); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve enumerator data");
+    if (!KALBTreeEnum::isLive(userData))
+        return Status::invalidArgument;
     const SlotIndex current = static_cast<const KALBTreeEnum*>(userData)->walk.slot();
     if (current >= maxCount())
         return Status::failure;

@@ -61,30 +61,6 @@ void destroy(KALDBChainEnum* walk)
     kalMemFree(walk);
 }
 
-/// A call on an enumerator: a callback that frees it meanwhile has to wait for the call's end.
-class EnumeratorCall {
-public:
-    explicit EnumeratorCall(KALDBChainEnum& walk) : walk_(walk), operation_(*walk.chain, ChainOperation::Purpose::read)
-    {
-        ++walk_.running;
-    }
-    ~EnumeratorCall() { --walk_.running; }
-    EnumeratorCall(const EnumeratorCall&) = delete;
-    EnumeratorCall& operator=(const EnumeratorCall&) = delete;
-
-    Status status() const { return operation_.status(); }
-
-private:
-    KALDBChainEnum& walk_;
-    ChainOperation operation_;
-};
-
-void destroyIfFreedMeanwhile(KALDBChainEnum* walk)
-{
-    if (walk->freed && walk->running == 0)
-        destroy(walk);
-}
-
 /// Whether the current page is where it was when it was last looked up and measured.
 bool pageIsInPlace(const KALDBChainEnum& walk)
 {
@@ -206,9 +182,9 @@ Status dbchainEnumMove(KALDBChainEnum& walk, std::uint32_t kind, std::uint32_t& 
         return Status::failure;
     if (kind != KAL_MOVE_NEXT)
         return Status::notSupported;
-    const EnumeratorCall call{walk};
-    if (failed(call.status()))
-        return call.status();
+    const ChainOperation operation{*walk.chain, ChainOperation::Purpose::read};
+    if (failed(operation.status()))
+        return operation.status();
     const Status status = dbchainEnumMoveNext(walk);
     if (ok(status))
         ++walk.moves;
@@ -221,9 +197,9 @@ Status dbchainEnumMove(KALDBChainEnum& walk, std::uint32_t kind, std::uint32_t& 
 Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumGetItem");
-    const EnumeratorCall call{walk};
-    if (failed(call.status()))
-        return call.status();
+    const ChainOperation operation{*walk.chain, ChainOperation::Purpose::read};
+    if (failed(operation.status()))
+        return operation.status();
     KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
     if (!pageIsInPlace(walk)) {
         ChainPage page{here, u"could not unload page %ld"};
@@ -249,9 +225,7 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
 std::uint32_t onMove(KALEnumerator*, void* data, std::uint32_t kind, std::uint32_t* position)
 {
     auto* walk = static_cast<KALDBChainEnum*>(data);
-    const std::uint32_t status = guarded([&] { return dbchainEnumMove(*walk, kind, *position); });
-    destroyIfFreedMeanwhile(walk);
-    return status;
+    return guarded([&] { return dbchainEnumMove(*walk, kind, *position); });
 }
 
 std::uint32_t onUnsupported(KALEnumerator*, void*) { return code(Status::notSupported); }
@@ -259,16 +233,12 @@ std::uint32_t onUnsupported(KALEnumerator*, void*) { return code(Status::notSupp
 std::uint32_t onGetItem(KALEnumerator*, void* data, std::uint32_t, void* buffer, std::uint32_t)
 {
     auto* walk = static_cast<KALDBChainEnum*>(data);
-    const std::uint32_t status = guarded([&] { return dbchainEnumGetItem(*walk, buffer); });
-    destroyIfFreedMeanwhile(walk);
-    return status;
+    return guarded([&] { return dbchainEnumGetItem(*walk, buffer); });
 }
 
 std::uint32_t dbchainEnumFree(KALEnumerator*, void* data)
 {
-    auto* walk = static_cast<KALDBChainEnum*>(data);
-    walk->freed = true;
-    destroyIfFreedMeanwhile(walk);
+    destroy(static_cast<KALDBChainEnum*>(data));
     return code(Status::success);
 }
 

@@ -19,8 +19,6 @@ struct KALDBChainEnum {
     std::uint32_t moves;
     std::uint32_t pagesEntered;
     std::uint32_t movesInPage;
-    std::uint32_t running;  // calls in progress: a callback that frees the enumerator only marks it
-    bool freed;
     KALDBChainEnum* previousOpen;  // all open enumerators, so that a foreign handle is told apart
     KALDBChainEnum* nextOpen;
 

@@ -24,7 +24,7 @@ template <class Operation>
 std::uint32_t onRecords(KALDBTable* table, bool argumentsMissing, Operation&& operation)
 {
     return guarded([&]() -> Status {
-        if (table == nullptr || argumentsMissing)
+        if (!KALDBTable::isLive(table) || argumentsMissing)
             return Status::invalidArgument;
         return table->chain->binary() ? Status::notSupported : operation();
     });
@@ -41,7 +41,7 @@ template <class Operation>
 std::uint32_t onPieces(KALDBTable* table, bool argumentsMissing, Operation&& operation)
 {
     return guarded([&]() -> Status {
-        if (table == nullptr || argumentsMissing)
+        if (!KALDBTable::isLive(table) || argumentsMissing)
             return Status::invalidArgument;
         return table->chain->binary() ? operation() : Status::notSupported;
     });
@@ -73,12 +73,12 @@ uint32_t kaldbTableOpen(KALDBDatabase*, const char16_t* name, const KALDBChainCa
 
 uint32_t kaldbTableClose(KALDBTable* table)
 {
-    return guarded([&] { return anyNull(table) ? Status::invalidArgument : kaldb::kaldbTableClose(table); });
+    return guarded([&] { return KALDBTable::isLive(table) ? closeTable(table) : Status::invalidArgument; });
 }
 
 uint32_t kaldbTableGetInfo(KALDBTable* table, KALDBTableInfo* info)
 {
-    return code(anyNull(table, info) ? Status::invalidArgument : Status::success);
+    return code(!KALDBTable::isLive(table) || anyNull(info) ? Status::invalidArgument : Status::success);
 }
 
 uint32_t kaldbTableEnumerate(KALDBDatabase*, KALEnumerator** enumerator)
@@ -140,7 +140,8 @@ uint32_t kaldbTableDeletePartialPK(KALDBTable* table, const void* key, KALBTreeC
 uint32_t kaldbTableDeleteCurrentRecord(KALDBTable* table, KALEnumerator* enumerator)
 {
     return guarded([&] {
-        return anyNull(table) ? Status::invalidArgument : kaldbDeleteCurrentChainRecord(*table->chain, enumerator);
+        return KALDBTable::isLive(table) ? kaldbDeleteCurrentChainRecord(*table->chain, enumerator)
+                                         : Status::invalidArgument;
     });
 }
 

@@ -16,31 +16,6 @@ namespace {
 
 constexpr TraceSource tableSource(const char16_t* operation) { return {u"kaldbtable: ", operation}; }
 
-KALDBTable* openTables = nullptr;
-
-void enlist(KALDBTable& table)
-{
-    table.nextOpen = openTables;
-    if (openTables != nullptr)
-        openTables->previousOpen = &table;
-    openTables = &table;
-}
-
-void delist(const KALDBTable& table)
-{
-    (table.previousOpen != nullptr ? table.previousOpen->nextOpen : openTables) = table.nextOpen;
-    if (table.nextOpen != nullptr)
-        table.nextOpen->previousOpen = table.previousOpen;
-}
-
-bool isOpen(const void* handle)
-{
-    for (const KALDBTable* table = openTables; table != nullptr; table = table->nextOpen)
-        if (table == handle)
-            return true;
-    return false;
-}
-
 constexpr std::u16string_view indexSuffix = u"Index";
 
 /// The name of the table's identifier index: the table's name followed by "Index".
@@ -156,17 +131,14 @@ Status kaldbTableOpen(const char16_t* name, const KALDBChainCallbacks* callbacks
         return Status::invalidArgument;
     }
     openIndex(*handle);
-    enlist(*handle);
     table = handle.release();
     KAL_TRACE(opening, u"success opening table '%s'", name);
     return Status::success;
 }
 
-Status kaldbTableClose(KALDBTable* table)
+Status closeTable(KALDBTable* table)
 {
     constexpr TraceSource here = tableSource(u"kaldbTableClose");
-    if (!isOpen(table))
-        return Status::invalidArgument;
     std::array<char16_t, rootNameChars> name{};
     ignore(kaldbChainGetName(*table->chain, name.data(), rootNameChars));
     if (Status s = kaldbCloseChain(table->chain); failed(s)) {
@@ -176,22 +148,22 @@ Status kaldbTableClose(KALDBTable* table)
     if (table->index != nullptr && ok(kaldbIndexClose(table->index)))
         KAL_TRACE(here, u"successfully closed GUID index for '%s'", name.data());
     KAL_TRACE(here, u"successfully closed table '%s'", name.data());
-    delist(*table);
     Handle<KALDBTable>{table}.reset();
     return Status::success;
 }
 
 void settleTableIndexes()
 {
-    for (KALDBTable* table = openTables; table != nullptr; table = table->nextOpen)
-        if (table->index != nullptr)
-            kaldbIndexSettle(*table->index);
+    KALDBTable::forEach([](KALDBTable& table) {
+        if (table.index != nullptr)
+            kaldbIndexSettle(*table.index);
+    });
 }
 
-void forgetTable(const void* handle)
+void forgetTable(void* handle)
 {
-    if (isOpen(handle))
-        delist(*static_cast<const KALDBTable*>(handle));
+    if (KALDBTable::isLive(handle))
+        static_cast<KALDBTable*>(handle)->~KALDBTable();
 }
 
 }  // namespace kaldb

@@ -1,18 +1,17 @@
 // A table: a chain of records, with the identifier index that the library keeps beside it.
 #pragma once
 
+#include "common/live_handle.h"
 #include "common/status.h"
 #include "kaldbchain/chain.h"
 #include "kaldbindex/guid_index.h"
 
 #include <kaldb/table.h>
 
-struct KALDBTable {
+struct KALDBTable : kaldb::LiveHandle<KALDBTable> {
     KALDBChain* chain = nullptr;
     kaldb::KALDBIndex* index = nullptr;             // null when the table has none, or it could not be opened
     KALDBIndexUpdate callersIndexUpdate = nullptr;  // told after the table's own index
-    KALDBTable* previousOpen = nullptr;             // all open tables, so that a second close is told apart
-    KALDBTable* nextOpen = nullptr;
 };
 
 namespace kaldb {
@@ -20,9 +19,9 @@ namespace kaldb {
 Status kaldbTableCreate(const KALDBTableInfo& info);
 Status kaldbTableExists(const char16_t* name, std::uint32_t& exists);
 Status kaldbTableOpen(const char16_t* name, const KALDBChainCallbacks* callbacks, KALDBTable*& table);
-Status kaldbTableClose(KALDBTable* table);
-/// Takes a handle out of the list of open tables without closing anything: its memory is about to go.
-void forgetTable(const void* handle);
+Status closeTable(KALDBTable* table);
+/// Ends a table's handle without closing anything: its memory is about to go.
+void forgetTable(void* handle);
 
 /// Brings the indexes of the open tables in step, as far as that is possible now.
 void settleTableIndexes();

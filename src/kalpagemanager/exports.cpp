@@ -13,11 +13,14 @@ constexpr std::uint32_t invalidArgument = code(Status::invalidArgument);
 
 std::byte* asBody(void* body) { return static_cast<std::byte*>(body); }
 
-/// Runs the operation unless one of the pointers that it needs is null.
+bool given(const void* pointer) { return pointer != nullptr; }
+bool given(const KALPageManager* manager) { return KALPageManager::isLive(manager); }
+
+/// Runs the operation unless one of the pointers that it needs is null, or the manager is gone.
 template <class Operation, class... Pointers>
 std::uint32_t checked(Operation&& operation, const Pointers*... pointers)
 {
-    return ((pointers == nullptr) || ...) ? invalidArgument : guarded(operation);
+    return (given(pointers) && ...) ? guarded(operation) : invalidArgument;
 }
 
 /// Writes a value out; nothing can go wrong.
@@ -164,29 +167,26 @@ uint32_t kalPageManagerFileIsDirty(const char16_t* path, uint32_t* dirty)
 
 void pmTracePageManager(KALPageManager* manager)
 {
-    if (manager != nullptr)
+    if (given(manager))
         manager->tracePageManager();
 }
 
 void pmTraceFilePages(KALPageManager* manager)
 {
-    if (manager != nullptr)
+    if (given(manager))
         manager->traceFilePages();
 }
 
 void pmTraceCachePages(KALPageManager* manager)
 {
-    if (manager != nullptr)
+    if (given(manager))
         manager->traceCachePages();
 }
 
-uint32_t pmAreMemPagesLocked(KALPageManager* manager)
-{
-    return manager != nullptr && manager->areMemPagesLocked() ? 1 : 0;
-}
+uint32_t pmAreMemPagesLocked(KALPageManager* manager) { return given(manager) && manager->areMemPagesLocked() ? 1 : 0; }
 
 uint32_t pmIsPageLocked(KALPageManager* manager, void* body)
 {
-    return manager != nullptr && manager->isPageLocked(asBody(body)) ? 1 : 0;
+    return given(manager) && manager->isPageLocked(asBody(body)) ? 1 : 0;
 }
 }

@@ -7,6 +7,7 @@
 //   after a backup  the mark is set again and on the disk before the next page is written
 #pragma once
 
+#include "common/live_handle.h"
 #include "common/memory.h"
 #include "common/page_number.h"
 #include "common/status.h"
@@ -20,7 +21,7 @@
 #include <cstddef>
 #include <cstdint>
 
-struct KALPageManager {
+struct KALPageManager : kaldb::LiveHandle<KALPageManager> {
 public:
     using Status = kaldb::Status;
     using PageNumber = kaldb::PageNumber;

@@ -29,28 +29,28 @@ uint32_t kalPageTrackerInitialize(uint32_t recordCount, uint32_t, KALPageTracker
 
 uint32_t kalPageTrackerDeinitialize(KALPageTracker* tracker)
 {
-    if (tracker == nullptr)
+    if (!KALPageTracker::isLive(tracker))
         return invalidArgument;
     return guarded([=] { return KALPageTracker::deinitialize(Handle<KALPageTracker>{tracker}); });
 }
 
 uint32_t kalPageTrackerLockPage(KALPageTracker* tracker, uint32_t page, uint32_t lockType)
 {
-    if (tracker == nullptr)
+    if (!KALPageTracker::isLive(tracker))
         return invalidArgument;
     return guarded([=] { return tracker->lock(page, lockType); });
 }
 
 uint32_t kalPageTrackerUnlockPage(KALPageTracker* tracker, uint32_t page)
 {
-    if (tracker == nullptr)
+    if (!KALPageTracker::isLive(tracker))
         return invalidArgument;
     return guarded([=] { return tracker->unlock(page); });
 }
 
 uint32_t kalPageTrackerGetPageLockType(KALPageTracker* tracker, uint32_t page, uint32_t* lockType)
 {
-    if (tracker == nullptr || lockType == nullptr)
+    if (!KALPageTracker::isLive(tracker) || lockType == nullptr)
         return invalidArgument;
     return guarded([=] {
         LockType type = LockType::none;
@@ -63,14 +63,14 @@ uint32_t kalPageTrackerGetPageLockType(KALPageTracker* tracker, uint32_t page, u
 
 uint32_t kalPageTrackerGetPageLockCount(KALPageTracker* tracker, uint32_t page, uint32_t* count)
 {
-    if (tracker == nullptr || count == nullptr)
+    if (!KALPageTracker::isLive(tracker) || count == nullptr)
         return invalidArgument;
     return guarded([=] { return tracker->lockCount(page, *count); });
 }
 
 uint32_t kalPageTrackerIsPageLocked(KALPageTracker* tracker, uint32_t page, uint32_t* locked)
 {
-    if (tracker == nullptr || locked == nullptr)
+    if (!KALPageTracker::isLive(tracker) || locked == nullptr)
         return invalidArgument;
     *locked = tracker->isLocked(page) ? 1 : 0;
     return code(Status::success);

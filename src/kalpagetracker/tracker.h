@@ -4,6 +4,7 @@
 // record holds a page; a record is free exactly when its page is `noPage`, and then its type is none and its count 0.
 #pragma once
 
+#include "common/live_handle.h"
 #include "common/memory.h"
 #include "common/page_number.h"
 #include "common/status.h"
@@ -28,7 +29,7 @@ const char16_t* lockTypeName(LockType type);
 
 }  // namespace kaldb
 
-struct KALPageTracker {
+struct KALPageTracker : kaldb::LiveHandle<KALPageTracker> {
 public:
     using Status = kaldb::Status;
     using PageNumber = kaldb::PageNumber;

@@ -7,8 +7,9 @@
  *
  * Calls must not run concurrently with each other. No call keeps a pointer that it was given, except
  * where its comment says so. A null pointer where something is needed is KAL_INVALID_ARGUMENT, and
- * so is a file or lock that has been closed. An out handle is null after a failure. No C++ exception leaves the
- * library: one that a callback throws becomes KAL_FAILURE, or KAL_OUT_OF_MEMORY when it says so.
+ * so is a file, lock, enumerator or set of counters that has been closed or freed. An out handle is null after a
+ * failure. No C++ exception leaves the library: one that a callback throws becomes KAL_FAILURE, or KAL_OUT_OF_MEMORY
+ * when it says so.
  */
 #ifndef KALLIB_KALLIB_H
 #define KALLIB_KALLIB_H
@@ -215,7 +216,8 @@ KALLIB_API uint32_t kalEnumeratorMoveNext(KALEnumerator* enumerator);
 KALLIB_API uint32_t kalEnumeratorGetItem(KALEnumerator* enumerator, void* buffer, uint32_t size);
 /* Returns 0 or KAL_INVALID_ARGUMENT. */
 KALLIB_API uint32_t kalEnumeratorGetUserData(KALEnumerator* enumerator, void** userData);
-/* Calls `free`, then releases the enumerator. Returns the callback's status, or KAL_INVALID_ARGUMENT. */
+/* Calls `free`, then releases the enumerator. Returns the callback's status, or KAL_INVALID_ARGUMENT. From inside one
+   of the enumerator's callbacks: both wait for the callback's end, and the status is 0. */
 KALLIB_API uint32_t kalEnumeratorFree(KALEnumerator* enumerator);
 
 /* ---- text ------------------------------------------------------------------------------
