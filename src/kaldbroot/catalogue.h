@@ -27,8 +27,7 @@ Status kaldbInsertRootObject(KALDBRootObject& object);
 /// counter that is waiting to be stored goes with it.
 Status kaldbUpdateRootObject(KALDBRootObject& object, ChainState* state = nullptr);
 /// Write-locks the object's page where it was the last time; `notApplicable` when it must be searched for.
-Status loadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page,
-                                  SlotIndex& slot);
+Status loadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page, SlotIndex& slot);
 /// `notFound` when there is none; `failure` when the stored object cannot be right. Nothing is written then.
 Status kaldbGetRootObject(std::int32_t kind, const char16_t* name, KALDBRootObject& object);
 /// The root object of an open chain: what is known of it, or what the root chain has.

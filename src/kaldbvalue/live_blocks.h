@@ -31,8 +31,8 @@ LiveBlock findBlock(BlockHandle handle);
 /// Frees the block if `owner` is the structure that allocated it, else does nothing.
 void freeBlock(BlockHandle handle, const void* owner);
 
-/// The same for a block whose place in the structure is taken by another one. A handle in bytes out of an old record can
-/// be the very one that the new block got; that one stays.
+/// The same for a block whose place in the structure is taken by another one. A handle in bytes out of an old record
+/// can be the very one that the new block got; that one stays.
 inline void freeReplacedBlock(BlockHandle earlier, BlockHandle later, const void* owner)
 {
     if (earlier != later)
