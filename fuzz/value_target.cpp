@@ -121,7 +121,7 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 {
     std::mt19937 random{seed};
     for (auto changes = random() % 12 + 1; changes > 0 && size > 0; --changes) {
-        const bool number = random() % 2 == 0;
+        const bool number = size >= 4 && random() % 2 == 0;
         const std::size_t at = number ? random() % (size / 4) * 4 : random() % size;
         const std::array<std::uint32_t, 8> bounds{0, 1, 7, 8, 0xFFFFFFFF, 0x7FFFFFFF, 0xFFFFFFFE, 64};
         const auto value = static_cast<std::uint32_t>(random() % 3 == 0 ? random() : bounds[random() % 8]);
