@@ -40,6 +40,7 @@ void useFreshStores()
     if (database != nullptr)
         disk::require(kaldbDeinitialize(database) == 0, "the close of sound stores");
     disk::state().files.clear();
+    disk::state().end = std::size_t{1} << 28;  // more than 500 inputs can fill
     std::uint32_t isNew = 0;
     disk::require(kaldbInitialize(u"/values", 1 << 16, &database, &isNew) == 0, "the open of new stores");
 }
