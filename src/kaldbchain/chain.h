@@ -58,6 +58,8 @@ Status kaldbOpenChain(std::int32_t kind, const char16_t* name, const KALDBChainC
                       std::uintptr_t context, KALDBChain*& chain);
 /// `lockConflict` from inside one of the chain's own callbacks.
 Status kaldbCloseChain(KALDBChain* chain);
+/// Whether the storage that the handle belongs to is still open.
+bool storageIsOpen(const KALDBChain& chain);
 
 Status kaldbChainGetKind(const KALDBChain& chain, std::uint32_t& kind);
 /// `bufferTooSmall` when name and NUL need more than `size` characters.

@@ -42,15 +42,10 @@ void delist(KALDBChainEnum& walk)
         freeChain(walk.chain);
 }
 
-bool pagesStillThere(const KALDBChainEnum& walk)
-{
-    return chainStorage().up() && walk.chain->session == chainStorage().session;
-}
-
 void destroy(KALDBChainEnum* walk)
 {
     constexpr TraceSource here = chainSource(u"dbchainEnumFree");
-    if (pagesStillThere(*walk)) {
+    if (storageIsOpen(*walk->chain)) {
         if (Status s = chainStorage().pageManager->releaseLock(walk->page); failed(s))
             KAL_TRACE(here, s, u"enumerator 0x%08X could not unlock page %ld", traceAddress(walk), walk->page);
         else
@@ -102,10 +97,11 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
 {
     KAL_TRACE(moveNext, u"enumerator 0x%08X attempting move to next page", traceAddress(&walk));
     ChainPage next{moveNext, u"could not unlock new page %ld"};
-    if (Status s = dbchainEnumFindNextPage(*walk.chain, walk.lockType, current, next, &walk); failed(s))
+    WalkBound bound{WalkBound::inKeyOrder};
+    if (Status s = dbchainEnumFindNextPage(*walk.chain, walk.lockType, current, next, bound, &walk); failed(s))
         return s;
     KAL_TRACE(moveNext, u"enumerator 0x%08X found next page %ld", traceAddress(&walk), next.number());
-    if (++walk.pagesEntered > chainStorage().pageManager->pageCount())
+    if (++walk.pagesEntered > chainStorage().pageManager->loadablePages())
         return damagedChain(moveNext, next.number());
 
     BTreeWalk matches;
@@ -282,7 +278,8 @@ Status chainEnumeratorOf(const KALDBChain& chain, KALEnumerator* enumerator, KAL
         if (open != data)
             continue;
         walk = open;
-        return sameChain(*open->chain, chain) && pagesStillThere(*open) ? Status::success : Status::invalidArgument;
+        return sameChain(*open->chain, chain) && storageIsOpen(*open->chain) ? Status::success
+                                                                             : Status::invalidArgument;
     }
     return Status::invalidArgument;
 }

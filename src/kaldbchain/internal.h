@@ -67,13 +67,18 @@ private:
 /// that would run past the page. `bufferTooSmall` when not one item fits.
 Status typedPageFormatSize(std::uint32_t recordSize, bool binary, std::uint32_t& size);
 
-/// A page link that a walk follows one by one; more steps than there are pages mean a cycle.
+/// Page links that a walk follows one by one; too many steps mean that they run in a circle.
 class WalkBound {
 public:
-    /// False when the walk must end: the links run in a circle, or the tree is larger than the file.
+    /// A descent or a climb comes to each page once; a walk in key order from above and from below, and it leaves it.
+    enum Way : std::uint32_t { straight = 1, inKeyOrder = 3 };
+
+    explicit WalkBound(Way way = straight) : way_(way) {}
+    /// False when the walk must end.
     bool step();
 
 private:
+    Way way_;
     std::uint64_t steps_ = 0;
 };
 
@@ -136,16 +141,16 @@ void dbchainRetryRemoval(const KALDBChain& chain, const EmptyPageMet& empty);
 
 // ---- successors ------------------------------------------------------------------------------------------------
 
-/// Loads the leftmost page of the subtree that starts at `page`.
+/// Loads the leftmost page of the subtree that starts at `page`. One bound holds for all steps of a walk.
 Status dbchainEnumFindSmallest(const KALDBChain& chain, LockType lock, PageNumber page, ChainPage& found,
-                               const void* enumerator);
+                               WalkBound& bound, const void* enumerator);
 /// Loads the page that follows in key order along the tree's links.
 Status dbchainSuccessor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
-                        const void* enumerator);
+                        WalkBound& bound, const void* enumerator);
 /// Loads the page that follows in key order, empty ones passed over; `endOfEnumeration` when there is none.
 /// For the only walk through the chain, or one among several.
 Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
-                               const void* enumerator);
+                               WalkBound& bound, const void* enumerator);
 
 /// Calls the record-event callback where there is one.
 inline Status recordEvent(const KALDBChain& chain, std::uint32_t event, Status status, void* record)

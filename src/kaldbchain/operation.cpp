@@ -17,8 +17,7 @@ bool sameChain(const KALDBChain& first, const KALDBChain& second)
 ChainOperation::ChainOperation(const KALDBChain& chain, Purpose purpose)
     : chain_(chain), state_(chain.state), outer_(innermost_)
 {
-    const ChainStorage& storage = chainStorage();
-    if (!storage.up() || chain.session != storage.session || chain.closed)
+    if (!storageIsOpen(chain) || chain.closed)
         status_ = Status::notOpen;
     else if (purpose == Purpose::change && runningOn(chain))
         status_ = Status::lockConflict;
@@ -47,9 +46,11 @@ bool ChainOperation::runningOn(const KALDBChain& chain)
     return false;
 }
 
+bool storageIsOpen(const KALDBChain& chain) { return chainStorage().up() && chain.session == chainStorage().session; }
+
 bool insideChainOperation() { return ChainOperation::anyRunning(); }
 
-bool WalkBound::step() { return ++steps_ <= chainStorage().pageManager->pageCount(); }
+bool WalkBound::step() { return ++steps_ <= std::uint64_t{way_} * chainStorage().pageManager->loadablePages(); }
 
 Status damagedChain([[maybe_unused]] const TraceSource& source, [[maybe_unused]] PageNumber page)
 {

@@ -30,7 +30,8 @@ bool buildOrder(const KALDBChain& chain, PageNumber top, std::uint64_t limit, Pa
 {
     order.begin(chain);
     ChainPage page{building, u"could not unload page %ld"};
-    Status status = dbchainEnumFindSmallest(chain, LockType::read, top, page, nullptr);
+    WalkBound bound{WalkBound::inKeyOrder};
+    Status status = dbchainEnumFindSmallest(chain, LockType::read, top, page, bound, nullptr);
     Vector<std::byte> largest;
     KALDBPageLinks before{};
     for (std::uint64_t count = 0; ok(status); ++count) {
@@ -46,7 +47,7 @@ bool buildOrder(const KALDBChain& chain, PageNumber top, std::uint64_t limit, Pa
         largest.assign(item, item + chain.recordSize);
         before = page.links();
         ChainPage next{building, u"could not unload page %ld"};
-        status = dbchainSuccessor(chain, LockType::read, page, next, nullptr);
+        status = dbchainSuccessor(chain, LockType::read, page, next, bound, nullptr);
         page = std::move(next);
     }
     return status == Status::endOfEnumeration;

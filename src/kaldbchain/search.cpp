@@ -20,7 +20,7 @@ Status dbchainCompareGreatest(const KALDBChain& chain, PageNumber top, const voi
     PageNumber current = top;
     PageNumber below = noPage;  // the child that the walk has come up from
     // The reverse of the key order: each page is entered from above, after its `next` and after its `prev` side.
-    for (std::uint64_t steps = 3 * std::uint64_t{chainStorage().pageManager->pageCount()}; steps > 0; --steps) {
+    for (WalkBound bound{WalkBound::inKeyOrder}; bound.step();) {
         if (Status s = page.load(chain, LockType::read, current); failed(s))
             return KAL_TRACE(here, s, u"could not load page %ld", current);
         const KALDBPageLinks& links = page.links();

@@ -8,10 +8,9 @@
 namespace kaldb {
 
 Status dbchainEnumFindSmallest(const KALDBChain& chain, LockType lock, PageNumber page, ChainPage& found,
-                               [[maybe_unused]] const void* enumerator)
+                               WalkBound& bound, [[maybe_unused]] const void* enumerator)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumFindSmallest");
-    WalkBound bound;
     for (PageNumber current = page;;) {
         KAL_TRACE(here, u"enumerator 0x%08X looking at page %ld", traceAddress(enumerator), current);
         if (!bound.step())
@@ -31,12 +30,11 @@ namespace {
 
 /// The first ancestor that the page lies on the `prev` side of.
 Status dbchainEnumFindFromParent(const KALDBChain& chain, LockType lock, const ChainPage& page, ChainPage& found,
-                                 [[maybe_unused]] const void* enumerator)
+                                 WalkBound& bound, [[maybe_unused]] const void* enumerator)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumFindFromParent");
     PageNumber child = page.number();
     PageNumber current = page.links().parent;
-    WalkBound bound;
     while (current != noPage) {
         KAL_TRACE(here, u"enumerator 0x%08X looking at page %ld", traceAddress(enumerator), current);
         if (!bound.step())
@@ -57,31 +55,30 @@ Status dbchainEnumFindFromParent(const KALDBChain& chain, LockType lock, const C
 }  // namespace
 
 Status dbchainSuccessor(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
-                        const void* enumerator)
+                        WalkBound& bound, const void* enumerator)
 {
     if (current.links().next != noPage)
-        return dbchainEnumFindSmallest(chain, lock, current.links().next, next, enumerator);
-    return dbchainEnumFindFromParent(chain, lock, current, next, enumerator);
+        return dbchainEnumFindSmallest(chain, lock, current.links().next, next, bound, enumerator);
+    return dbchainEnumFindFromParent(chain, lock, current, next, bound, enumerator);
 }
 
 Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
-                               const void* enumerator)
+                               WalkBound& bound, const void* enumerator)
 {
     constexpr static TraceSource here = chainSource(u"dbchainEnumFindNextPage");
+    if (!bound.step())
+        return damagedChain(here, current.number());
     PageNumber following = noPage;
     const Status status = neighbourByOrder(chain, 1, current, Neighbour::next, following);
     if (ok(status) && ok(next.load(chain, lock, following)) && next.tree().count() > 0)
         return status;
     if (status == Status::endOfEnumeration)
         return status;
-    if (Status s = dbchainSuccessor(chain, lock, current, next, enumerator); failed(s))
+    if (Status s = dbchainSuccessor(chain, lock, current, next, bound, enumerator); failed(s))
         return s;
-    WalkBound bound;
     while (next.tree().count() == 0) {
-        if (!bound.step())
-            return damagedChain(here, next.number());
         ChainPage beyond{here, u"could not unload page %ld"};
-        if (Status s = dbchainSuccessor(chain, lock, next, beyond, enumerator); failed(s)) {
+        if (Status s = dbchainSuccessor(chain, lock, next, beyond, bound, enumerator); failed(s)) {
             ignore(next.release());
             return s;
         }
@@ -138,7 +135,7 @@ private:
 };
 
 /// The leftmost page of the tree that holds a record; `notFound` in an empty chain.
-Status firstFilledPage(const KALDBChain& chain, ChainPage& page)
+Status firstFilledPage(const KALDBChain& chain, ChainPage& page, WalkBound& bound)
 {
     PageNumber first = noPage;
     if (ok(firstPageByOrder(chain, 1, nullptr, first)) && ok(page.load(chain, LockType::read, first)) &&
@@ -147,12 +144,12 @@ Status firstFilledPage(const KALDBChain& chain, ChainPage& page)
     PageNumber top = noPage;
     if (Status s = kaldbGetChainTopPage(chain, top); failed(s))
         return KAL_TRACE(walk, s, u"could not find sequence page");
-    if (Status s = dbchainEnumFindSmallest(chain, LockType::read, top, page, nullptr); failed(s))
+    if (Status s = dbchainEnumFindSmallest(chain, LockType::read, top, page, bound, nullptr); failed(s))
         return KAL_TRACE(walk, s, u"could not load sequence page %ld", top);
     if (page.tree().count() > 0)
         return Status::success;
     ChainPage next{walk, u"could not unload page"};
-    const Status status = dbchainEnumFindNextPage(chain, LockType::read, page, next, nullptr);
+    const Status status = dbchainEnumFindNextPage(chain, LockType::read, page, next, bound, nullptr);
     page = std::move(next);
     return status == Status::endOfEnumeration ? Status::notFound : status;
 }
@@ -166,16 +163,14 @@ Status kaldbEnumChainWithCallback(KALDBChain& chain, void* context, KALDBEnumCal
         return operation.status();
     const CallbackWalk counted{chain.state};
     ChainPage page{walk, u"could not unload page"};
-    Status status = firstFilledPage(chain, page);
-    WalkBound bound;
+    WalkBound bound{WalkBound::inKeyOrder};
+    Status status = firstFilledPage(chain, page, bound);
     while (ok(status)) {
-        if (!bound.step())
-            return damagedChain(walk, page.number());
         status = handOverPage(page, context, callback);
         if (status != Status::endOfEnumeration)
             break;
         ChainPage next{walk, u"could not unload page"};
-        status = dbchainEnumFindNextPage(chain, LockType::read, page, next, nullptr);
+        status = dbchainEnumFindNextPage(chain, LockType::read, page, next, bound, nullptr);
         if (failed(status) && status != Status::endOfEnumeration)
             KAL_TRACE(walk, status, u"could not move next page");
         page = std::move(next);

@@ -70,6 +70,8 @@ public:
     /// The pages whose bytes, or some of them, the file held when it was opened, whatever its header said.
     std::uint32_t pagesFound() const { return pagesFound_; }
     std::uint32_t pageCount() const { return header_.pagesInFile; }
+    /// Those of them that can be loaded: a header that lies may count any number of pages that never were.
+    std::uint32_t loadablePages() const { return header_.pagesInFile - (gapEnd_ - gapBegin_); }
     PageNumber startPage() const { return header_.startPage; }
     Status setStartPage(PageNumber page);
     const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
