@@ -10,8 +10,9 @@
 //                                          \_ ...                         \_ R
 //                                              \_ M
 //
-// A removal either happens or does not: what it will write is checked before the first change, and each step changes
-// either both of its pages or none. Removed pages stay in the file; nothing refers to them.
+// A removal either happens or leaves a tree with the same records: what it will write is checked before the first
+// change, and each step loads all of its pages before it changes one. With two children the first step hangs R below M,
+// which leaves P, an empty page, with one child. Removed pages stay in the file; nothing refers to them.
 
 #include "kaldbchain/internal.h"
 #include "kaldbchain/ordered.h"
@@ -25,40 +26,44 @@ constexpr TraceSource orphan = chainSource(u"dbchainOrphanPage");
 constexpr TraceSource join = chainSource(u"kaldbchainJoinPageParentToChild");
 constexpr TraceSource promote = chainSource(u"dbchainPromoteLMP");
 
-/// The page's child takes another parent.
-Status adoptChild(const KALDBChain& chain, PageNumber child, PageNumber from, PageNumber to)
+/// What stands above and below a page that goes: its parent, if it has one, and the child that takes its place.
+struct Neighbourhood {
+    ChainPage parent{join, u"failed to unload parent page"};
+    ChainPage child{join, u"failed to unload child page"};
+};
+
+/// Loads both, and makes sure that they know the page.
+Status loadNeighbourhood(const KALDBChain& chain, const ChainPage& page, PageNumber child, Neighbourhood& around)
 {
-    ChainPage page{join, u"failed to unload child page"};
-    if (Status s = page.load(chain, LockType::write, child); failed(s))
+    const PageNumber parent = page.links().parent;
+    if (parent != noPage) {
+        if (Status s = around.parent.load(chain, LockType::write, parent); failed(s))
+            return KAL_TRACE(join, s, u"could not load parent page");
+        const KALDBPageLinks& links = around.parent.links();
+        if (links.next != page.number() && links.prev != page.number())
+            return KAL_TRACE(join, Status::notFound, u"failed dicern link from parent page");
+    }
+    if (child == noPage)
+        return Status::success;
+    if (Status s = around.child.load(chain, LockType::write, child); failed(s))
         return s;
-    if (page.links().parent != from)
-        return damagedChain(join, child);
-    page.links().parent = to;
-    if (Status s = page.markDirty(); failed(s))
-        KAL_TRACE(join, s, u"failed mark child as dirty");
-    return Status::success;
+    return around.child.links().parent == page.number() ? Status::success : damagedChain(join, child);
 }
 
 /// The child takes the page's place below the page's parent.
-Status kaldbchainJoinPageParentToChild(const KALDBChain& chain, const ChainPage& page, PageNumber child)
+void kaldbchainJoinPageParentToChild(const ChainPage& page, PageNumber child, Neighbourhood& around)
 {
-    ChainPage parent{join, u"failed to unload parent page"};
-    if (Status s = parent.load(chain, LockType::write, page.links().parent); failed(s))
-        return KAL_TRACE(join, s, u"could not load parent page");
-    KALDBPageLinks& links = parent.links();
-    if (links.next != page.number() && links.prev != page.number())
-        return KAL_TRACE(join, Status::notFound, u"failed dicern link from parent page");
-    PageNumber& link = links.next == page.number() ? links.next : links.prev;
-    link = child;
     if (child != noPage) {
-        if (Status s = adoptChild(chain, child, page.number(), parent.number()); failed(s)) {
-            link = page.number();
-            return s;
-        }
+        around.child.links().parent = page.links().parent;
+        if (Status s = around.child.markDirty(); failed(s))
+            KAL_TRACE(join, s, u"failed mark child as dirty");
     }
-    if (Status s = parent.markDirty(); failed(s))
+    if (page.links().parent == noPage)
+        return;
+    KALDBPageLinks& links = around.parent.links();
+    (links.next == page.number() ? links.next : links.prev) = child;
+    if (Status s = around.parent.markDirty(); failed(s))
         KAL_TRACE(join, s, u"failed mark parentpage as dirty");
-    return Status::success;
 }
 
 /// The page with the greatest records of the `prev` subtree.
@@ -87,10 +92,10 @@ Status dbchainGetLMPPage(const KALDBChain& chain, const ChainPage& page, PageNum
     return Status::success;
 }
 
-/// Hangs the subtree at `next` below the page `last`, or takes that back.
-Status setLastsChild(const KALDBChain& chain, PageNumber last, PageNumber next, PageNumber lastsChild,
-                     PageNumber nextsParent)
+/// Hangs the page's `next` subtree below the page `last`, with the greatest records of the `prev` subtree.
+Status hangBelowLast(const KALDBChain& chain, const ChainPage& page, PageNumber last)
 {
+    const PageNumber next = page.links().next;
     ChainPage lastPage{promote, u"failed to unload LMP page %ld"};
     if (Status s = lastPage.load(chain, LockType::write, last); failed(s)) {
         KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to open the LMP page %ld\n", last);
@@ -99,8 +104,9 @@ Status setLastsChild(const KALDBChain& chain, PageNumber last, PageNumber next, 
     ChainPage nextPage{promote, u"failed to unload next page %ld"};
     if (Status s = nextPage.load(chain, LockType::write, next); failed(s))
         return s;
-    nextPage.links().parent = nextsParent;
-    lastPage.links().next = lastsChild;
+    nextPage.links().parent = last;
+    lastPage.links().next = next;
+    page.links().next = noPage;
     if (Status s = lastPage.markDirty(); failed(s))
         KAL_TRACE(promote, s, u"failed to dirty LMP page %ld", last);
     if (Status s = nextPage.markDirty(); failed(s))
@@ -113,8 +119,7 @@ struct Removal {
     PageNumber replacement = noPage;  // the child that takes the page's place
     PageNumber last = noPage;         // with two children: the page below which `next` is hung
     bool changesRoot = false;
-    KALDBRootObject before{};
-    KALDBRootObject after{};
+    KALDBRootObject root{};  // as it will be
 };
 
 /// The leftmost page of the tree as it will be without the page.
@@ -138,21 +143,19 @@ Status leftmostWithout(const KALDBChain& chain, const ChainPage& page, PageNumbe
 
 Status planRootObject(const KALDBChain& chain, const ChainPage& page, Removal& removal)
 {
-    if (Status s = rootObjectOf(chain, removal.before); failed(s))
+    if (Status s = rootObjectOf(chain, removal.root); failed(s))
         return s;
-    removal.after = removal.before;
+    const PageNumber top = removal.root.topPage;
     if (page.links().parent == noPage) {
         // A page without a parent that is not the top was removed before.
-        if (removal.before.topPage != page.number())
+        if (top != page.number())
             return Status::notFound;
-        removal.after.topPage = removal.replacement;
+        removal.root.topPage = removal.replacement;
         removal.changesRoot = true;
     }
-    if (removal.before.firstPage == page.number()) {
+    if (removal.root.firstPage == page.number()) {
         removal.changesRoot = true;
-        if (Status s =
-                leftmostWithout(chain, page, removal.before.topPage, removal.replacement, removal.after.firstPage);
-            failed(s))
+        if (Status s = leftmostWithout(chain, page, top, removal.replacement, removal.root.firstPage); failed(s))
             return s;
     }
     return removal.changesRoot ? dbchainCheckRootObject(chain) : Status::success;
@@ -162,7 +165,7 @@ Status planRootObject(const KALDBChain& chain, const ChainPage& page, Removal& r
 Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& removal)
 {
     const KALDBPageLinks& links = page.links();
-    if (Status s = chainStorage().pageManager->canHold(2); failed(s))
+    if (Status s = chainStorage().pageManager->canHold(3); failed(s))
         return s;
     removal.replacement = links.prev != noPage ? links.prev : links.next;
     if (links.parent != noPage) {
@@ -188,35 +191,30 @@ Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& remo
     return planRootObject(chain, page, removal);
 }
 
-/// The root object and the page's place: the last of the two that failed has changed nothing.
+/// The root object is the last that can fail, and the first that changes.
 Status replacePage(const KALDBChain& chain, const ChainPage& page, Removal& removal)
 {
+    Neighbourhood around;
+    if (Status s = loadNeighbourhood(chain, page, removal.replacement, around); failed(s))
+        return s;
     if (removal.changesRoot)
-        if (Status s = kaldbUpdateRootObject(removal.after, chain.state); failed(s))
+        if (Status s = kaldbUpdateRootObject(removal.root, chain.state); failed(s))
             return s;
-    const Status status = page.links().parent == noPage
-                              ? adoptChild(chain, removal.replacement, page.number(), noPage)
-                              : kaldbchainJoinPageParentToChild(chain, page, removal.replacement);
-    if (failed(status) && removal.changesRoot)
-        if (Status s = kaldbUpdateRootObject(removal.before, chain.state); failed(s))
-            chainStorage().pageManager->noteDamage();
-    return status;
+    kaldbchainJoinPageParentToChild(page, removal.replacement, around);
+    return Status::success;
 }
 
 /// The `prev` subtree takes the page's place, the `next` subtree goes below the greatest records of it.
-Status dbchainPromoteLMP(const KALDBChain& chain, const ChainPage& page, Removal& removal)
+Status dbchainPromoteLMP(const KALDBChain& chain, ChainPage& page, Removal& removal)
 {
-    const PageNumber next = page.links().next;
-    if (Status s = setLastsChild(chain, removal.last, next, next, removal.last); failed(s))
+    if (Status s = hangBelowLast(chain, page, removal.last); failed(s))
         return s;
     const Status status = replacePage(chain, page, removal);
-    if (ok(status)) {
-        page.links().next = noPage;
+    if (ok(status))
         return status;
-    }
     KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to promote left subtree");
-    if (Status s = setLastsChild(chain, removal.last, next, noPage, page.number()); failed(s))
-        chainStorage().pageManager->noteDamage();
+    if (Status s = page.markDirty(); failed(s))
+        KAL_TRACE(promote, s, u"failed to dirty page %ld", page.number());
     return status;
 }
 
