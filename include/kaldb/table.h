@@ -74,8 +74,9 @@ KALDB_API uint32_t kaldbTableDrop(KALDBDatabase* db, const char16_t* name);
  * of the caller's is told afterwards, with the table handle as its context. `db` is not read. The handle is written on
  * success, and is the caller's until kaldbTableClose.
  *
- * A table whose index cannot be opened opens without: records go in and out by key, and get identifiers, but
- * kaldbTableQueryID and kaldbTableDeleteRecordByID answer KALDB_NOT_OPEN.
+ * A table whose index cannot be opened opens without; the operations that need it try again, and fail with its status
+ * as long as it cannot be opened. A table whose index was never made goes without for ever: records go in and out by
+ * key, and get identifiers, but kaldbTableQueryID and kaldbTableDeleteRecordByID answer KALDB_NOT_OPEN.
  *
  * Returns 0, KALDB_NOT_FOUND when there is no such table, KALDB_INVALID_ARGUMENT also without `compare`,
  * KALDB_OUT_OF_MEMORY, KALDB_FAILURE (no memory, or a catalogue entry that cannot be right) or a page status.

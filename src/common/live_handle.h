@@ -37,13 +37,6 @@ public:
             found_ = live;
         return live != nullptr;
     }
-    /// For each object of the kind; the newest comes first.
-    template <class Operation>
-    static void forEach(Operation&& operation)
-    {
-        for (LiveHandle* live = first_; live != nullptr; live = live->next_)
-            operation(static_cast<Object&>(*live));
-    }
 
 private:
     static inline LiveHandle* first_ = nullptr;

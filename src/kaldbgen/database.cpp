@@ -9,8 +9,10 @@
 #include "common/memory.h"
 #include "common/trace.h"
 #include "kaldbchain/chain.h"
+#include "kaldbindex/guid_index.h"
 #include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
+#include "kalpagemanager/page_manager.h"
 
 #include <kaldb/database.h>
 #include <kaldb/variant.h>
@@ -155,6 +157,17 @@ Status closeStorage()
     return status;
 }
 
+/// What is about to be kept must have its indexes complete. Changes that damage keeps from being made are given up: the
+/// backup stays as it was, then.
+Status settleIndexesOrRefuse()
+{
+    const KALPageManager* const manager = kaldbChainGetPageManager();
+    if (manager == nullptr)
+        return Status::success;  // there is nothing to keep
+    const Status status = settleIndexes();
+    return manager->damageNoted() ? Status::success : status;
+}
+
 Status deinitialize(KALDBDatabase* handle)
 {
     if (insideChainOperation())
@@ -163,8 +176,9 @@ Status deinitialize(KALDBDatabase* handle)
         return Status::notOpen;
     if (openDatabase.handle != nullptr && handle != openDatabase.handle)
         return Status::invalidArgument;
+    if (Status s = settleIndexesOrRefuse(); failed(s))
+        return s;
     kaldbDeinitializeSystemTables(handle);
-    settleTableIndexes();
     const Status status = closeStorage();
     Handle<KALDBDatabase>{openDatabase.handle}.reset();
     openDatabase.handle = nullptr;
@@ -194,7 +208,8 @@ uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase*)
     return guarded([] {
         if (insideChainOperation())
             return Status::lockConflict;
-        settleTableIndexes();
+        if (Status s = settleIndexesOrRefuse(); failed(s))
+            return s;
         return kaldbBackupStorage();
     });
 }

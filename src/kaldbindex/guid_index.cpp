@@ -46,6 +46,8 @@ Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index)
         KAL_TRACE(here, u"could not allocate index data for '%s'", name);
         return Status::outOfMemory;
     }
+    if (Status s = reservePendingChanges(); failed(s))
+        return KAL_TRACE(here, s, u"could not open index chain for '%s'", name);
     KALDBChainCallbacks callbacks{};
     callbacks.compare = compareIndexRecords;
     if (Status s = kaldbOpenChain(KALDB_OBJECT_INDEX, name, callbacks, 0, handle->chain); failed(s))
@@ -75,11 +77,7 @@ Status applyChange(KALDBChain& index, const KALDBIndexRecord& change)
 }
 
 /// Changes that had to wait go first, so that an identifier's changes stay in order.
-void settle(KALDBIndex& index)
-{
-    if (hasPendingChanges(*index.chain))
-        settlePendingChanges(*index.chain, applyChange);
-}
+Status settle(const KALDBIndex& index) { return settlePendingChanges(*index.chain, applyChange); }
 
 /// Whether the chain's answer leaves the index out of step, so that the change has to wait.
 bool mustWait(Status status)
@@ -93,7 +91,7 @@ Status kaldbIndexClose(KALDBIndex* index)
 {
     constexpr TraceSource here = indexSource(u"kaldbIndexClose");
     const Handle<KALDBIndex> owner{index};
-    settle(*index);
+    ignore(settle(*index));
     if (Status s = kaldbCloseChain(index->chain); failed(s))
         KAL_TRACE(here, s, u"could not close index");
     else
@@ -101,11 +99,24 @@ Status kaldbIndexClose(KALDBIndex* index)
     return Status::success;
 }
 
-void kaldbIndexSettle(KALDBIndex& index) { settle(index); }
+Status settleIndexes()
+{
+    char16_t name[rootNameChars];
+    while (firstIndexWithPendingChanges(name)) {
+        KALDBIndex* index = nullptr;
+        if (Status s = kaldbIndexOpen(name, index); failed(s))
+            return s;
+        const Status status = settle(*index);
+        ignore(kaldbIndexClose(index));
+        if (failed(status))
+            return status;
+    }
+    return Status::success;
+}
 
 Status kaldbIndexInsertRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
-    settle(index);
+    ignore(settle(index));
     const Status status = kaldbInsertChainRecord(*index.chain, &locator, nullptr);
     if (mustWait(status))
         keepPendingChange(*index.chain, locator);
@@ -116,7 +127,7 @@ Status kaldbIndexUpdateRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
     if (findPendingChange(*index.chain, locator.id) != nullptr) {
         keepPendingChange(*index.chain, locator);
-        settle(index);
+        ignore(settle(index));
         return Status::success;
     }
     const Status status = kaldbUpdateChainRecord(*index.chain, &locator);
@@ -127,7 +138,7 @@ Status kaldbIndexUpdateRecord(KALDBIndex& index, KALDBIndexRecord locator)
 
 Status kaldbIndexDeleteRecord(KALDBIndex& index, KALDBIndexRecord locator)
 {
-    settle(index);
+    ignore(settle(index));
     const bool waited = findPendingChange(*index.chain, locator.id) != nullptr;
     const Status status = kaldbDeleteChainRecord(*index.chain, &locator, nullptr);
     if (mustWait(status) || waited) {

@@ -21,8 +21,8 @@ Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index);
 /// Frees the handle whatever happens; always succeeds.
 Status kaldbIndexClose(KALDBIndex* index);
 
-/// Makes changes that had to wait, as far as that is possible now.
-void kaldbIndexSettle(KALDBIndex& index);
+/// Makes the changes of all indexes that had to wait, open or not; the status of the first that must wait on.
+Status settleIndexes();
 
 /// `alreadyExists` for an identifier that is there.
 Status kaldbIndexInsertRecord(KALDBIndex& index, KALDBIndexRecord locator);

@@ -3,7 +3,9 @@
 #include "kaldbindex/pending_changes.h"
 
 #include "common/memory.h"
+#include "kalbtree/layout.h"
 #include "kaldbchain/chain.h"
+#include "kalpagemanager/layout.h"
 
 #include <algorithm>
 
@@ -12,78 +14,96 @@ namespace kaldb {
 namespace {
 
 /// Several handles may be open on one index, so a change belongs to a name.
-struct Node {
+struct NamedChange {
     char16_t index[rootNameChars];
     PendingChange change;
-    Node* following;
 };
 
-Node* pending = nullptr;
+/// A split moves half a page of records, a deletion of many tells of each by itself.
+constexpr std::size_t changesOfAnOperation = usablePageSize / (sizeof(KALDBID) + sizeof(KALBTreeSlot));
 
-bool belongsTo(const Node& node, const KALDBChain& index)
+Vector<NamedChange>& pending()
 {
-    return std::equal(index.name, index.name + rootNameChars, node.index);
+    static auto* const changes = new Vector<NamedChange>;  // outlives every static object
+    return *changes;
 }
 
-/// The link that holds the identifier's node, or the end of the list.
-Node** findNode(const KALDBChain& index, const KALDBID& id)
+bool belongsTo(const NamedChange& named, const KALDBChain& index)
 {
-    Node** link = &pending;
-    while (*link != nullptr && !(belongsTo(**link, index) && (*link)->change.locator.id.sequence == id.sequence))
-        link = &(*link)->following;
-    return link;
+    return std::equal(index.name, index.name + rootNameChars, named.index);
 }
 
-void dropAt(Node** link)
+NamedChange* findChange(const KALDBChain& index, const KALDBID& id)
 {
-    Node* dropped = *link;
-    *link = dropped->following;
-    kalMemFree(dropped);
+    for (NamedChange& named : pending())
+        if (belongsTo(named, index) && named.change.locator.id.sequence == id.sequence)
+            return &named;
+    return nullptr;
 }
 
 }  // namespace
 
+Status reservePendingChanges()
+{
+    if (pending().capacity() - pending().size() >= changesOfAnOperation)
+        return Status::success;
+    try {
+        pending().reserve(2 * pending().size() + changesOfAnOperation);
+        return Status::success;
+    } catch (const std::bad_alloc&) {
+        return Status::outOfMemory;
+    }
+}
+
 void keepPendingChange(const KALDBChain& index, const KALDBIndexRecord& locator)
 {
-    Node** link = findNode(index, locator.id);
-    if (*link == nullptr) {
-        Memory memory = allocateMemory(sizeof(Node), "./src/kaldbindex");
-        if (!memory)
-            return;
-        *link = new (memory.release()) Node{};
-        copyChainName((*link)->index, index.name);
+    if (NamedChange* const known = findChange(index, locator.id)) {
+        known->change.locator = locator;
+        return;
     }
-    (*link)->change.locator = locator;
+    NamedChange named{{}, {locator}};
+    copyChainName(named.index, index.name);
+    try {
+        pending().push_back(named);
+    } catch (const std::bad_alloc&) {
+        // More than was reserved: the record is found by its key.
+    }
 }
 
 const PendingChange* findPendingChange(const KALDBChain& index, const KALDBID& id)
 {
-    const Node* node = *findNode(index, id);
-    return node == nullptr ? nullptr : &node->change;
+    const NamedChange* const named = findChange(index, id);
+    return named == nullptr ? nullptr : &named->change;
 }
 
 bool hasPendingChanges(const KALDBChain& index)
 {
-    for (const Node* node = pending; node != nullptr; node = node->following)
-        if (belongsTo(*node, index))
-            return true;
-    return false;
+    return std::any_of(pending().begin(), pending().end(),
+                       [&index](const NamedChange& named) { return belongsTo(named, index); });
 }
 
-void settlePendingChanges(KALDBChain& index, Status (*apply)(KALDBChain& index, const KALDBIndexRecord& locator))
+bool firstIndexWithPendingChanges(char16_t (&name)[rootNameChars])
 {
-    for (Node** link = &pending; *link != nullptr;) {
-        if (belongsTo(**link, index) && ok(apply(index, (*link)->change.locator)))
-            dropAt(link);
-        else
-            link = &(*link)->following;
-    }
+    if (pending().empty())
+        return false;
+    copyChainName(name, pending().front().index);
+    return true;
 }
 
-void dropAllPendingChanges()
+Status settlePendingChanges(KALDBChain& index, Status (*apply)(KALDBChain& index, const KALDBIndexRecord& locator))
 {
-    while (pending != nullptr)
-        dropAt(&pending);
+    Status status = Status::success;
+    const auto isMade = [&](const NamedChange& named) {
+        if (!belongsTo(named, index))
+            return false;
+        const Status applied = apply(index, named.change.locator);
+        keepFirst(status, applied);
+        return ok(applied);
+    };
+    pending().erase(std::remove_if(pending().begin(), pending().end(), isMade), pending().end());
+    return status;
 }
+
+void dropAllPendingChanges() { pending() = Vector<NamedChange>{}; }
 
 }  // namespace kaldb

@@ -20,11 +20,14 @@ Status forgetIdentifier([[maybe_unused]] const TraceSource& here, KALDBIndex& in
     return status == Status::notFound ? Status::success : status;
 }
 
-/// `notSupported` on a table without identifiers, `notOpen` when its index could not be opened.
-Status requireIndex(const KALDBTable& table)
+/// `notSupported` on a table without identifiers, `notOpen` when its index was never made.
+Status requireIndex(KALDBTable& table)
 {
+    const Status reached = reachIndex(table);
     if (table.index != nullptr)
         return Status::success;
+    if (failed(reached))
+        return reached;
     return table.chain->carriesIdentifiers() ? Status::notOpen : Status::notSupported;
 }
 
@@ -35,6 +38,8 @@ Status insertTableRecord(KALDBTable& table, void* record, KALDBID* id)
     constexpr TraceSource here = tableSource(u"kaldbTableInsertRecord");
     if (table.chain->binary())
         return Status::notSupported;
+    if (Status s = reachIndex(table); failed(s))
+        return s;
     KALDBIndexRecord locator = emptyLocator();
     const bool identified = table.chain->carriesIdentifiers();
     if (Status s = kaldbInsertChainRecord(*table.chain, record, identified ? &locator : nullptr); failed(s))
@@ -52,6 +57,8 @@ Status insertTableRecord(KALDBTable& table, void* record, KALDBID* id)
 Status deleteTableRecord(KALDBTable& table, void* key, KALDBID* id)
 {
     constexpr TraceSource here = tableSource(u"kaldbTableDeleteRecord");
+    if (Status s = reachIndex(table); failed(s))
+        return s;
     KALDBIndexRecord locator = emptyLocator();
     if (Status s = kaldbDeleteChainRecord(*table.chain, key, &locator); failed(s))
         return s;
@@ -66,6 +73,8 @@ Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id)
 {
     constexpr TraceSource here = tableSource(u"kaldbTableDeleteRecordByID");
     if (Status s = requireIndex(table); failed(s))
+        return s;
+    if (Status s = reachIndex(table); failed(s))
         return s;
     KALDBIndexRecord locator = emptyLocator();
     if (Status s = kaldbIndexGetRecord(*table.index, id, locator); failed(s))
@@ -96,6 +105,8 @@ void deleteIndexRecord(void* context, const KALDBID& id)
 
 Status deleteTableRecordsByPartialKey(KALDBTable& table, const void* key, KALBTreeCompare compare)
 {
+    if (Status s = reachIndex(table); failed(s))
+        return s;
     if (table.index == nullptr)
         return kaldbDeleteChainPartialKey(*table.chain, key, compare);
     IndexCleaning cleaning{table.index};

@@ -4,6 +4,7 @@
 
 #include "common/memory.h"
 #include "common/trace.h"
+#include "kaldbindex/pending_changes.h"
 #include "kaldbroot/catalogue.h"
 
 #include <array>
@@ -95,19 +96,27 @@ namespace {
 
 constexpr TraceSource opening = tableSource(u"kaldbTableOpen");
 
-/// An index that cannot be opened does not fail the table's open.
-void openIndex(KALDBTable& table)
+Status openIndex(KALDBTable& table)
 {
     std::uint32_t flags = 0;
     if (Status s = kaldbChainGetFlags(*table.chain, flags); failed(s))
         KAL_TRACE(tableSource(u"kaldbOpenTable"), s, u"could not retrieve chain flags");
     if ((flags & KALDB_CHAIN_GUID) == 0)
-        return;
+        return Status::success;
     const IndexName name{table.chain->name};
     if (Status s = kaldbIndexOpen(name.text, table.index); failed(s))
-        KAL_TRACE(opening, s, u"could not open index '%s'", name.text);
-    else
-        KAL_TRACE(opening, u"success opening index '%s'", name.text);
+        return KAL_TRACE(opening, s, u"could not open index '%s'", name.text);
+    KAL_TRACE(opening, u"success opening index '%s'", name.text);
+    return Status::success;
+}
+
+/// Whether the catalogue has the index, and it can be one.
+Status findIndex(const KALDBTable& table, bool& there)
+{
+    KALDBRootObject object;
+    const Status status = kaldbGetRootObject(KALDB_OBJECT_INDEX, IndexName{table.chain->name}.text, object);
+    there = ok(status) && object.recordSize == sizeof(KALDBIndexRecord) && (object.flags & KALDB_CHAIN_BINARY) == 0;
+    return status == Status::notFound ? Status::success : status;
 }
 
 }  // namespace
@@ -130,10 +139,22 @@ Status kaldbTableOpen(const char16_t* name, const KALDBChainCallbacks* callbacks
         ignore(kaldbCloseChain(handle->chain));
         return Status::invalidArgument;
     }
-    openIndex(*handle);
+    ignore(openIndex(*handle));  // an index that cannot be opened does not fail the table's open
     table = handle.release();
     KAL_TRACE(opening, u"success opening table '%s'", name);
     return Status::success;
+}
+
+Status reachIndex(KALDBTable& table)
+{
+    if (table.index != nullptr)
+        return reservePendingChanges();
+    if (!table.chain->carriesIdentifiers() || !storageIsOpen(*table.chain))
+        return Status::success;
+    bool there = false;
+    if (Status s = findIndex(table, there); failed(s) || !there)
+        return s;
+    return openIndex(table);
 }
 
 Status closeTable(KALDBTable* table)
@@ -150,14 +171,6 @@ Status closeTable(KALDBTable* table)
     KAL_TRACE(here, u"successfully closed table '%s'", name.data());
     Handle<KALDBTable>{table}.reset();
     return Status::success;
-}
-
-void settleTableIndexes()
-{
-    KALDBTable::forEach([](KALDBTable& table) {
-        if (table.index != nullptr)
-            kaldbIndexSettle(*table.index);
-    });
 }
 
 void forgetTable(void* handle)

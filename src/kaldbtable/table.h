@@ -10,7 +10,7 @@
 
 struct KALDBTable : kaldb::LiveHandle<KALDBTable> {
     KALDBChain* chain = nullptr;
-    kaldb::KALDBIndex* index = nullptr;             // null when the table has none, or it could not be opened
+    kaldb::KALDBIndex* index = nullptr;             // null when the table has none, or it could not be opened yet
     KALDBIndexUpdate callersIndexUpdate = nullptr;  // told after the table's own index
 };
 
@@ -23,9 +23,9 @@ Status closeTable(KALDBTable* table);
 /// Ends a table's handle without closing anything: its memory is about to go.
 void forgetTable(void* handle);
 
-/// Brings the indexes of the open tables in step, as far as that is possible now.
-void settleTableIndexes();
-
+/// To be called before an operation changes the table: opens the index where the table's open could not, and sees to it
+/// that no change of the index will be lost. `success` also without identifiers, or when the index was never made.
+Status reachIndex(KALDBTable& table);
 Status insertTableRecord(KALDBTable& table, void* record, KALDBID* id);
 Status deleteTableRecord(KALDBTable& table, void* key, KALDBID* id);
 Status deleteTableRecordByID(KALDBTable& table, const KALDBID& id);
