@@ -6,7 +6,7 @@
 
 #include "target.h"
 
-#include "memory_disk.h"
+#include "support/memory_disk.h"
 #include "support/quiet.h"
 
 #include "kaldbchain/chain.h"

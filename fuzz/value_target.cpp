@@ -3,7 +3,7 @@
 
 #include "target.h"
 
-#include "memory_disk.h"
+#include "support/memory_disk.h"
 #include "support/quiet.h"
 
 #include <kaldb/kaldb.h>
