@@ -18,82 +18,59 @@ using kaldb::test::FileImage;
 using kaldb::test::PageImage;
 using json = kaldb::tool::Json;
 
+using Tree = KALBTreePage;
+using Slot = KALBTreeSlot;
+using Links = KALDBPageLinks;
+using Entry = KALDBRootObject;
+using Piece = KALDBBinarySlot;
+
+/// Structures of a chain: in its top page, its entry in the catalogue, and the first piece in its first page.
+enum class In { page, links, tree, slot, item, entry, piece };
+
 /// A sound file taken apart.
 struct Sample {
     FileImage image;
     std::map<std::string, tool::Chain> chains;  // by name
 
-    PageImage& top(const std::string& chain) { return image[chains.at(chain).object.topPage]; }
-    /// Where an item of a page of records lies.
-    static std::size_t item(const PageImage& page, std::size_t slot)
+    std::size_t item(PageNumber page, std::size_t index)
     {
-        const auto header = page.get<KALBTreePage>(PageImage::typed);
-        return PageImage::slot(header.maxCount) + slot * header.itemSize;
+        const auto header = image[page].get<Tree>(PageImage::typed);
+        return PageImage::slot(header.maxCount) + index * header.itemSize;
+    }
+    template <class Value>
+    void put(const char* name, In place, std::size_t offset, Value value, std::size_t index)
+    {
+        const tool::Chain& chain = chains.at(name);
+        const PageNumber top = chain.object.topPage, first = chain.object.firstPage;
+        switch (place) {
+        case In::page: return image[top].put(offset, value);
+        case In::links: return image[top].put(PageImage::links + offset, value);
+        case In::tree: return image[top].put(PageImage::typed + offset, value);
+        case In::slot: return image[top].put(PageImage::slot(index) + offset, value);
+        case In::item: return image[top].put(item(top, index) + offset, value);
+        case In::entry: return image[chain.page].put(item(chain.page, chain.slot) + offset, value);
+        case In::piece: return image[first].put(image.binarySlot(first, 0) + offset, value);
+        }
+    }
+    /// Puts a piece that belongs to nobody into a free slot.
+    void leakPiece()
+    {
+        for (PageNumber page = 0; page < image.pages.size(); ++page) {
+            auto header = image[page].get<KALDBBinaryPage>(PageImage::typed);
+            if (std::string{header.typeName} != "BPG" || header.slotDataSize != 128 || header.count == header.maxCount)
+                continue;
+            image[page].put(image.binarySlot(page, header.count++), Piece{1, 5, 5, noPage, noSlot, 0});
+            return image[page].put(PageImage::typed, header);
+        }
+        FAIL() << "no free slot";
     }
 };
 
-// What damages a chain: fields of its top page, of its entry in the catalogue, and of the first piece in its first
-// page.
-using Plant = std::function<void(Sample&, const std::string& chain)>;
+using Plant = std::function<void(Sample&, const char* chain)>;
 template <class Value>
-Plant byte(std::size_t offset, Value value)
+Plant put(In place, std::size_t offset, Value value, std::size_t index = 0)
 {
-    return [=](Sample& s, const std::string& chain) { s.top(chain).put(offset, value); };
-}
-template <class Structure, class Field>
-Plant field(std::size_t offset, Field Structure::*field, std::uint64_t value)
-{
-    return [=](Sample& s, const std::string& chain) {
-        s.top(chain).edit<Structure>(offset, [&](Structure& x) { x.*field = static_cast<Field>(value); });
-    };
-}
-template <class Field>
-Plant tree(Field KALBTreePage::*member, std::uint64_t value)
-{
-    return field(PageImage::typed, member, value);
-}
-template <class Field>
-Plant slot(std::size_t index, Field KALBTreeSlot::*member, std::uint64_t value)
-{
-    return field(PageImage::slot(index), member, value);
-}
-template <class Field>
-Plant link(Field KALDBPageLinks::*member, std::uint64_t value)
-{
-    return field(PageImage::links, member, value);
-}
-template <class Value>
-Plant item(std::size_t index, std::size_t offset, Value value)
-{
-    return [=](Sample& s, const std::string& chain) {
-        s.top(chain).put(Sample::item(s.top(chain), index) + offset, value);
-    };
-}
-Plant root(const std::function<void(KALDBRootObject&)>& change)
-{
-    return [=](Sample& s, const std::string& chain) {
-        PageImage& page = s.image[s.chains.at(chain).page];
-        page.edit<KALDBRootObject>(Sample::item(page, s.chains.at(chain).slot), change);
-    };
-}
-Plant piece(const std::function<void(KALDBBinarySlot&)>& change)
-{
-    return [=](Sample& s, const std::string& chain) {
-        const PageNumber page = s.chains.at(chain).object.firstPage;
-        s.image[page].edit<KALDBBinarySlot>(s.image.binarySlot(page, 0), change);
-    };
-}
-/// Puts a piece that belongs to nobody into a free slot.
-void leakPiece(Sample& s, const std::string&)
-{
-    for (PageNumber page = 0; page < s.image.pages.size(); ++page) {
-        auto header = s.image[page].get<KALDBBinaryPage>(PageImage::typed);
-        if (std::string{header.typeName} != "BPG" || header.slotDataSize != 128 || header.count == header.maxCount)
-            continue;
-        s.image[page].put(s.image.binarySlot(page, header.count++), KALDBBinarySlot{1, 5, 5, noPage, noSlot, 0});
-        return s.image[page].put(PageImage::typed, header);
-    }
-    FAIL() << "no free slot";
+    return [=](Sample& s, const char* chain) { s.put(chain, place, offset, value, index); };
 }
 
 struct Fault {
@@ -106,66 +83,70 @@ struct Fault {
 };
 const char *const people = "People", *const schema = "KaldbSchema", *const index = "PeopleIndex",
                   *const texts = "SysVarString";
-using Header = KALBTreePage;
-using Slot = KALBTreeSlot;
-using Links = KALDBPageLinks;
-using Entry = KALDBRootObject;
-using Piece = KALDBBinarySlot;
+
+const auto unended = [] {
+    std::array<char16_t, 32> name;
+    name.fill(u'x');
+    return name;
+}();
 
 const std::vector<Fault> faults{
-    {"header.pages", people, [](Sample& s, auto&) { ++s.image.header.pagesInFile; }, Fault::anywhere},
-    {"header.start", people, [](Sample& s, auto&) { s.image.header.startPage = 5000; }, Fault::anywhere},
-    {"root.missing", people, [](Sample& s, auto&) { s.image.header.startPage = s.chains.at(people).object.topPage; }},
-    {"page.header", people, byte(4, 'X')},
-    {"page.number", people, byte(8, 3U)},
-    {"page.type", people, byte(PageImage::typed + 4, 'X')},
-    {"btree.size", people, tree(&Header::size, 400)},
-    {"btree.count", people, tree(&Header::count, 1)},
-    {"btree.smallest", people, tree(&Header::smallest, 900)},
-    {"btree.largest", people, tree(&Header::largest, 900)},
-    {"btree.free", schema, slot(10, &Slot::next, 1)},
-    {"btree.parent", schema, slot(2, &Slot::parent, 9)},
-    {"btree.child", schema, slot(2, &Slot::next, 4000)},
+    {"header.pages", people, [](Sample& s, auto) { ++s.image.header.pagesInFile; }, Fault::anywhere},
+    {"header.start", people, [](Sample& s, auto) { s.image.header.startPage = 5000; }, Fault::anywhere},
+    {"root.missing", people, [](Sample& s, auto) { s.image.header.startPage = s.chains.at(people).object.topPage; }},
+    {"page.header", people, put(In::page, 4, 'X')},
+    {"page.number", people, put(In::page, 8, 3U)},
+    {"page.type", people, put(In::tree, offsetof(Tree, typeName), 'X')},
+    {"btree.size", people, put(In::tree, offsetof(Tree, size), 400U)},
+    {"btree.count", people, put(In::tree, offsetof(Tree, count), 1U)},
+    {"btree.smallest", people, put(In::tree, offsetof(Tree, smallest), SlotIndex{900})},
+    {"btree.largest", people, put(In::tree, offsetof(Tree, largest), SlotIndex{900})},
+    {"btree.free", schema, put(In::slot, offsetof(Slot, next), SlotIndex{1}, 10)},
+    {"btree.parent", schema, put(In::slot, offsetof(Slot, parent), SlotIndex{9}, 2)},
+    {"btree.child", schema, put(In::slot, offsetof(Slot, next), SlotIndex{4000}, 2)},
     {"btree.tree", schema,
-     [](Sample& s, const std::string& chain) {
-         slot(3, &Slot::next, noSlot)(s, chain);
-         slot(4, &Slot::parent, 4)(s, chain), slot(4, &Slot::next, 4)(s, chain);
+     [](Sample& s, const char* chain) {  // slot 4 hangs below itself
+         s.put(chain, In::slot, offsetof(Slot, next), noSlot, 3);
+         s.put(chain, In::slot, offsetof(Slot, next), SlotIndex{4}, 4);
+         s.put(chain, In::slot, offsetof(Slot, parent), SlotIndex{4}, 4);
      }},
-    {"link.self", people, link(&Links::page, 1)},
-    {"link.parent", people, link(&Links::parent, 1)},
-    {"link.outside", people, link(&Links::prev, 7000)},
+    {"link.self", people, put(In::links, offsetof(Links, page), 1U)},
+    {"link.parent", people, put(In::links, offsetof(Links, parent), 1U)},
+    {"link.outside", people, put(In::links, offsetof(Links, prev), 7000U)},
     {"page.shared", schema,
-     [](Sample& s, auto& chain) { link(&Links::next, s.chains.at(chain).object.topPage)(s, chain); }},
-    {"page.shared", schema, root([](Entry& x) { x.topPage = 0; }), Fault::entry},
-    {"order.records", people, item(0, 16, 'z')},
-    {"order.records", index, item(0, 15, '\x7f')},
-    {"root.size", people, root([](Entry& x) { x.recordSize = 3000; }), Fault::entry},
-    {"root.flags", people, root([](Entry& x) { x.flags |= 0x10; }), Fault::entry},
-    {"root.kind", people, root([](Entry& x) { x.kind = 5; }), Fault::entry},
-    {"root.name", people, root([](Entry& x) { std::fill_n(x.name, 32, u'x'); }), Fault::entry},
-    {"root.page", people, root([](Entry& x) { x.firstPage = 0; }), Fault::entry},
-    {"id.counter", people, root([](Entry& x) { x.nextID.sequence = 0; })},
-    {"index.missing", index, root([](Entry& x) { x.name[0] = u'Q'; }), Fault::entry},
-    {"index.lacks", people, item(0, 8, std::uint64_t{7000})},
-    {"index.stray", index, item(0, 8, std::uint64_t{7000})},
-    {"index.wrong", index, item(0, 16, 3U), Fault::anywhere},
-    {"binary.count", texts, byte(PageImage::typed + offsetof(KALDBBinaryPage, count), 1U), Fault::first},
-    {"binary.length", texts, piece([](Piece& x) { x.length = 129; }), Fault::first},
-    {"binary.next", texts, piece([](Piece& x) { x.nextPage = 7000; }), Fault::first},
-    {"binary.free", texts, piece([](Piece& x) { x.inUse = 0; }), Fault::first},
-    {"text.free", texts, piece([](Piece& x) { x.inUse = 0; }), Fault::anywhere},
-    {"text.size", texts, piece([](Piece& x) { ++x.totalSize; }), Fault::anywhere},
-    {"text.capacity", people, item(0, 48, 9U)},
-    {"schema.row", schema, item(2, 66, '\x09')},
-    {"schema.fault", schema, item(2, 68, 103U)},
+     [](Sample& s, const char* chain) {
+         s.put(chain, In::links, offsetof(Links, next), s.chains.at(chain).object.topPage, 0);
+     }},
+    {"page.shared", schema, put(In::entry, offsetof(Entry, topPage), 0U), Fault::entry},
+    {"order.records", people, put(In::item, 16, 'z')},
+    {"order.records", index, put(In::item, 15, '\x7f')},
+    {"root.size", people, put(In::entry, offsetof(Entry, recordSize), 3000U), Fault::entry},
+    {"root.flags", people, put(In::entry, offsetof(Entry, flags), KALDB_CHAIN_GUID | 0x10U), Fault::entry},
+    {"root.kind", people, put(In::entry, offsetof(Entry, kind), 5), Fault::entry},
+    {"root.name", people, put(In::entry, offsetof(Entry, name), unended), Fault::entry},
+    {"root.page", people, put(In::entry, offsetof(Entry, firstPage), 0U), Fault::entry},
+    {"id.counter", people, put(In::entry, offsetof(Entry, nextID.sequence), std::uint64_t{0})},
+    {"index.missing", index, put(In::entry, offsetof(Entry, name), u'Q'), Fault::entry},
+    {"index.lacks", people, put(In::item, 8, std::uint64_t{7000})},
+    {"index.stray", index, put(In::item, 8, std::uint64_t{7000})},
+    {"index.wrong", index, put(In::item, 16, 3U), Fault::anywhere},
+    {"binary.count", texts, put(In::tree, offsetof(KALDBBinaryPage, count), 1U), Fault::first},
+    {"binary.length", texts, put(In::piece, offsetof(Piece, length), 129U), Fault::first},
+    {"binary.next", texts, put(In::piece, offsetof(Piece, nextPage), 7000U), Fault::first},
+    {"binary.free", texts, put(In::piece, offsetof(Piece, inUse), 0U), Fault::first},
+    {"text.free", texts, put(In::piece, offsetof(Piece, inUse), 0U), Fault::anywhere},
+    {"text.size", texts, put(In::piece, offsetof(Piece, totalSize), 999U), Fault::anywhere},
+    {"text.capacity", people, put(In::item, 48, 9U)},
+    {"schema.row", schema, put(In::item, 66, '\x09', 2)},
+    {"schema.fault", schema, put(In::item, 68, 103U, 2)},
 };
 const std::vector<Fault> doubts{
-    {"header.dirty", people, [](Sample& s, auto&) { s.image.header.flags = fileDirty; }},
-    {"header.flags", people, [](Sample& s, auto&) { s.image.header.flags = 2; }},
-    {"header.name", people, [](Sample& s, auto&) { s.image.header.name[9] = 'x'; }},
-    {"page.flags", people, byte(16, 1U)},
-    {"page.checksum", people, byte(24, 1U)},
-    {"text.leaked", texts, leakPiece},
+    {"header.dirty", people, [](Sample& s, auto) { s.image.header.flags = fileDirty; }},
+    {"header.flags", people, [](Sample& s, auto) { s.image.header.flags = 2; }},
+    {"header.name", people, [](Sample& s, auto) { s.image.header.name[9] = 'x'; }},
+    {"page.flags", people, put(In::page, 16, 1U)},
+    {"page.checksum", people, put(In::page, 24, 1U)},
+    {"text.leaked", texts, [](Sample& s, auto) { s.leakPiece(); }},
 };
 
 class CheckTest : public ::test::CommandTest {
