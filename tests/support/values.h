@@ -63,7 +63,7 @@ struct Value {
     const KALDBIndexRecord& location() const { return v.location; }
     void assign(const std::string& bytes) { EXPECT_EQ(set(bytes), 0u); }
     void clear() { EXPECT_EQ(kaldbVariantEmpty(&v), 0u); }
-    std::string content() const { return get(); }
+    std::string content(uint32_t room = 10000) const { return get(room); }
     uint32_t& size() { return v.size; }
     bool takesBlock() const { return v.size >= v.inlineSize; }
     char* handle() { return reinterpret_cast<char*>(v.value) + 8; }
@@ -100,9 +100,9 @@ struct Text {
     const KALDBIndexRecord& location() const { return s.location; }
     void assign(const std::string& ascii) { EXPECT_EQ(set(ascii), 0u); }
     void clear() { EXPECT_EQ(kaldbVarStringSet(&s, nullptr), 0u); }
-    std::string content() const
+    std::string content(uint32_t room = 10000) const
     {
-        const std::u16string text = get(std::min(s.length, 9999u) + 1);
+        const std::u16string text = get(std::min(s.length, room) + 1);
         return {text.begin(), text.end()};
     }
     uint32_t& size() { return s.length; }
