@@ -158,21 +158,6 @@ TEST(Plan, TextsAreLaidOutForTheFewestPages)
     const TableSchema schema = plan(text, {.ids = true});
     EXPECT_EQ((std::vector{schema.columns[0].offset, schema.nullOffset, schema.columns[1].offset, schema.recordSize}),
               (std::vector{16U, 24U, 32U, 88U}));
-    EXPECT_EQ(schema.fault(), "");
-}
-
-TEST(Schema, RowsOfTheSchemaTableComeInItsOrder)
-{
-    TableSchema schema = plan("k,n,v\n1,2,text\n", {.table = "T", .key = {"n", "k"}});
-    std::vector<std::string> keys;
-    for (const SchemaRecord& record : schemaRecords(schema))
-        keys.emplace_back(reinterpret_cast<const char*>(&record), schemaKeyBytes);
-    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()) && keys.size() == 4U);
-    EXPECT_EQ(schema.keyColumns(), (std::vector<std::size_t>{1, 0}));
-    schema.columns[2].width = 600;
-    EXPECT_NE(schema.fault(), "");
-    schema.place();
-    EXPECT_EQ(schema.fault(), "");
 }
 
 }  // namespace
