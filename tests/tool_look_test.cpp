@@ -1,4 +1,4 @@
-// The looking verbs, as a user calls them: what they print, and that they leave the file alone.
+// The looking verbs, as a user calls them: what they print.
 
 #include "support/command.h"
 #include "support/people.h"
@@ -98,23 +98,6 @@ TEST_F(LookTest, GetFindsRowsByKeyRangeAndIdentifier)
         const test::Answer answer = run("get p People " + std::string{missing});
         EXPECT_TRUE(answer.exit == 1 && answer.out.empty() && answer.error.empty()) << missing << answer;
     }
-}
-
-TEST_F(LookTest, LookingChangesNothing)
-{
-    file("dirty", bytes("p").replace(88, 1, "\1"));
-    EXPECT_NE(done("info dirty").find("state      dirty"), std::string::npos);
-    // Nobody's user, since the superuser may write everywhere; where that user cannot reach the command, the present
-    // one.
-    const std::string nobody = geteuid() == 0 ? "exec setpriv --reuid 65534 --regid 65534 --clear-groups env " : "";
-    std::filesystem::permissions(folder_.path(), std::filesystem::perms{0555});
-    const std::string reader = run("version", nobody).exit == 0 ? nobody : "";
-    const auto before = snapshot();
-    for (const std::string verb : {"info ", "tables ", "schema ", "check ", "pages ", "dump --dirty "})
-        for (const char* name : {"p", "dirty"})
-            EXPECT_EQ(run(verb + name, reader).exit, 0) << verb << name;
-    EXPECT_TRUE(snapshot() == before) << names();
-    std::filesystem::permissions(folder_.path(), std::filesystem::perms{0755});
 }
 
 }  // namespace
