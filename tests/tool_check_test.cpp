@@ -200,12 +200,13 @@ TEST_F(CheckTest, WarningsAndNotesAreNoDamage)
         EXPECT_EQ(run("check p").exit, 0);
         EXPECT_EQ(run("check --strict p").exit, 1);
     }
-    FileImage cut = sound.image;  // a page that is named by nobody any more
-    const PageNumber lost = cut.addPage();
+    FileImage cut = sound.image;  // two pages that are named by nobody, one of them never formatted
+    const PageNumber lost = cut.addPage(), blank = cut.addPage();
     cut.formatTree(lost, 104, {});
+    cut[blank].put(PageImage::links, noPage);
     cut.write(folder_ / "p");
     const json report = json::parse(done("check --json --strict p"));
-    EXPECT_EQ(report["notes"], 1);
+    EXPECT_EQ(report["notes"], 2);
     EXPECT_TRUE(report["findings"][0]["code"] == "page.unreachable" && report["findings"][0]["page"] == lost) << report;
 }
 

@@ -183,6 +183,7 @@ TEST_F(WriteTest, EveryFailureHasItsExitCodePrintsNothingAndChangesNothing)
         if (chain.name == "People")
             damaged[chain.object.topPage].put(kaldb::test::PageImage::typed + 4, 'X');
     damaged.write(folder_ / "broken"), damaged.write(folder_ / "bad.backup");
+    damaged.header.startPage = 5000, damaged.write(folder_ / "headless");
     file("a.csv", "k,v\n1,x\n"), file("b.csv", "name,age\nperson 007,1\n"), file("age.csv", "name,age\nq,old\n");
     file("twice.csv", "k\n1\n1\n"), file("many.csv", rows(1500));
     file("p.json", R"({"columns":[{"name":"k","type":"char","width":4}]})");
@@ -202,6 +203,7 @@ TEST_F(WriteTest, EveryFailureHasItsExitCodePrintsNothingAndChangesNothing)
              {"tables empty", 3, "not a kaldb file: it is empty"},
              {"tables short", 3, "it ends inside its header"},
              {"dump picture", 3, "not a kaldb file"},
+             {"tables headless", 1, "is damaged: "},
              {"info future", 3, "it says version 2"},
              {"get dirty People x", 4, "rows may be torn"},
              {"dump p Nothing", 1, "has no table 'Nothing'"},
