@@ -4,6 +4,7 @@
 
 #include "support/database.h"
 
+#include <array>
 #include <functional>
 #include <numeric>
 #include <random>
@@ -111,20 +112,17 @@ TEST_F(WrapperValuesTest, VariantsHoldOneOfManyThings)
     const std::string text = "\xC3\xA4 text of more than eight bytes";
     const auto view = std::as_bytes(std::span{"bytes with \0 among them"});
     const std::vector<std::byte> bytes{view.begin(), view.end()};
-    const std::vector<std::function<void(kaldb::variant_value&)>> fill{[](auto&) {},
-                                                                       [&](auto& v) { v.store(text); },
-                                                                       [](auto& v) { v.store("short"); },
-                                                                       [](auto& v) { v.store(""); },
-                                                                       [&](auto& v) { v.store(std::span{bytes}); },
-                                                                       [](auto& v) {
-                                                                           v.store(kaldb::id{0xFFFF, 0, 0, 77});
-                                                                       },
-                                                                       [](auto& v) { v.store(14, 2.5); },
-                                                                       [](auto& v) { v.store(3, true); }};
-    for (std::size_t i = 0; i < fill.size(); ++i) {
-        Note note{static_cast<std::int64_t>(i), {}, {}};
-        fill[i](note.value);
-        EXPECT_TRUE(notes.insert(note));
+    std::array<Note, 8> made{};  // the first value stays null
+    made[1].value.store(text);
+    made[2].value.store("short");
+    made[3].value.store("");
+    made[4].value.store(std::span{bytes});
+    made[5].value.store(kaldb::id{0xFFFF, 0, 0, 77});
+    made[6].value.store(14, 2.5);
+    made[7].value.store(3, true);
+    for (std::size_t i = 0; i < made.size(); ++i) {
+        made[i].key = static_cast<std::int64_t>(i);
+        EXPECT_TRUE(notes.insert(made[i]));
     }
     reopen();
     const auto value = [&](std::int64_t key) { return notes.find(key)->value; };
