@@ -201,11 +201,11 @@ TYPED_TEST(Owners, FreeTheirBlocksAndNobodyElses)
     };
     const auto expected = [&](size_t i) -> std::string {
         const auto block = named(i);
+        const size_t size = values[i].size();
         if (!values[i].takesBlock())
             return inlined[i];
-        return block == live.end() || block->second.content.size() < values[i].size()
-                   ? "[3]"
-                   : block->second.content.substr(0, values[i].size());
+        return block != live.end() && block->second.content.size() >= size ? block->second.content.substr(0, size)
+                                                                           : "[3]";
     };
     uint32_t latest = 0;
     for (unsigned step = 0, emptying = 4; step < 20000; ++step) {
