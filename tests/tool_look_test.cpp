@@ -58,6 +58,9 @@ TEST_F(LookTest, TablesInfoAndPagesCountWhatIsThere)
     EXPECT_TRUE(root["table"] == "ROOT" && root["slots"].size() == root["count"]) << root;
     EXPECT_EQ(root["slots"][0]["bytes"].text().substr(32, 16), "52004f004f005400");
     EXPECT_EQ(report("pages p 1-3")["pages"].size(), 3U);
+    file("lonely", bytes("p").replace(88, 1, "\1"));
+    EXPECT_TRUE(run("pages lonely 0 --hex").out.starts_with("page 0: ROOT, ")) << run("pages lonely 0 --hex");
+    EXPECT_EQ(report("info lonely")["backup"], json());
 }
 
 TEST_F(LookTest, DumpGivesEveryRowInKeyOrder)
