@@ -172,6 +172,12 @@ uint32_t handleOf(Kind& value)
     return handle;
 }
 
+template <class Kind>
+void nameBlock(Kind& value, uint32_t handle)
+{
+    std::memcpy(value.handle(), &handle, sizeof handle);
+}
+
 // Values that are set, emptied, copied as bytes, and given wrong handles and sizes, beside a map of the blocks that are
 // alive: what does not fit a structure goes into one, whatever names it reads it, and none but the structure that
 // allocated it frees it.
@@ -223,11 +229,12 @@ TYPED_TEST(Owners, FreeTheirBlocksAndNobodyElses)
             const Block& block = std::next(live.begin(), draw(live.size()))->second;
             values[block.owner] = block.bytes;
         } else if (dice == 22 && values[i].takesBlock()) {
-            const uint32_t other = draw(2) == 0 ? latest + 1 + draw(3) : handleOf(values[j]);
-            std::memcpy(values[i].handle(), &other, sizeof other);
+            nameBlock(values[i], handleOf(values[j]));
         } else if (dice == 23 && values[i].takesBlock()) {
             ++values[i].size();
         } else if (dice < 20) {
+            if (dice == 19 && values[i].takesBlock())
+                nameBlock(values[i], latest + 1);  // as an old record may: the block that comes next
             release(i);
             const std::string& bytes = inlined[i] = std::string(1 + draw(70), static_cast<char>('a' + draw(26)));
             values[i].assign(bytes);
