@@ -8,8 +8,6 @@
 #include "catalogue.h"
 #include "json.h"
 
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <random>
 
@@ -20,247 +18,220 @@ using kaldb::test::FileImage;
 using kaldb::test::PageImage;
 using json = kaldb::tool::Json;
 
-/// A sound file taken apart, with the places that faults are planted in.
+using Tree = KALBTreePage;
+using Slot = KALBTreeSlot;
+using Links = KALDBPageLinks;
+using Entry = KALDBRootObject;
+using Piece = KALDBBinarySlot;
+
+/// Structures of a chain: in its top page, its entry in the catalogue, and the first piece in its first page.
+enum class In { page, links, tree, slot, item, entry, piece };
+
+/// A sound file taken apart.
 struct Sample {
     FileImage image;
     std::map<std::string, tool::Chain> chains;  // by name
 
-    PageImage& top(const std::string& chain) { return image[chains.at(chain).object.topPage]; }
-    PageNumber topPage(const std::string& chain) const { return chains.at(chain).object.topPage; }
-    KALBTreePage tree(const std::string& chain) { return top(chain).get<KALBTreePage>(PageImage::typed); }
-    /// Where an item of a chain's top page lies.
-    std::size_t item(const std::string& chain, std::size_t slot)
+    std::size_t item(PageNumber page, std::size_t index)
     {
-        const KALBTreePage header = tree(chain);
-        return PageImage::slot(header.maxCount) + slot * header.itemSize;
+        const auto header = image[page].get<Tree>(PageImage::typed);
+        return PageImage::slot(header.maxCount) + index * header.itemSize;
     }
-    void editTree(const std::string& chain, const std::function<void(KALBTreePage&)>& change)
+    template <class Value>
+    void put(const char* name, In place, std::size_t offset, Value value, std::size_t index)
     {
-        top(chain).edit<KALBTreePage>(PageImage::typed, change);
+        const tool::Chain& chain = chains.at(name);
+        const PageNumber top = chain.object.topPage, first = chain.object.firstPage;
+        switch (place) {
+        case In::page: return image[top].put(offset, value);
+        case In::links: return image[top].put(PageImage::links + offset, value);
+        case In::tree: return image[top].put(PageImage::typed + offset, value);
+        case In::slot: return image[top].put(PageImage::slot(index) + offset, value);
+        case In::item: return image[top].put(item(top, index) + offset, value);
+        case In::entry: return image[chain.page].put(item(chain.page, chain.slot) + offset, value);
+        case In::piece: return image[first].put(image.binarySlot(first, 0) + offset, value);
+        }
     }
-    void editSlot(const std::string& chain, std::size_t slot, const std::function<void(KALBTreeSlot&)>& change)
-    {
-        top(chain).edit<KALBTreeSlot>(PageImage::slot(slot), change);
-    }
-    void editLinks(const std::string& chain, const std::function<void(KALDBPageLinks&)>& change)
-    {
-        top(chain).edit<KALDBPageLinks>(PageImage::links, change);
-    }
-    void editRoot(const std::string& chain, const std::function<void(KALDBRootObject&)>& change)
-    {
-        const tool::Chain& entry = chains.at(chain);
-        PageImage& page = image[entry.page];
-        const auto header = page.get<KALBTreePage>(PageImage::typed);
-        page.edit<KALDBRootObject>(PageImage::slot(header.maxCount) + entry.slot * header.itemSize, change);
-    }
-    /// The first piece of the text table.
-    void editPiece(const std::function<void(KALDBBinarySlot&)>& change)
-    {
-        const PageNumber page = chains.at("SysVarString").object.firstPage;
-        image[page].edit<KALDBBinarySlot>(image.binarySlot(page, 0), change);
-    }
-    /// Puts a piece that belongs to nobody into a free slot of the table of texts.
+    /// Puts a piece that belongs to nobody into a free slot.
     void leakPiece()
     {
         for (PageNumber page = 0; page < image.pages.size(); ++page) {
             auto header = image[page].get<KALDBBinaryPage>(PageImage::typed);
-            if (std::string{header.typeName} != "BPG" || header.slotDataSize != 128)
+            if (std::string{header.typeName} != "BPG" || header.slotDataSize != 128 || header.count == header.maxCount)
                 continue;
-            for (std::size_t slot = 0; slot < header.maxCount; ++slot) {
-                const std::size_t at = image.binarySlot(page, slot);
-                if (image[page].get<KALDBBinarySlot>(at).inUse != 0)
-                    continue;
-                image[page].put(at, KALDBBinarySlot{1, 5, 5, noPage, noSlot, 0});
-                ++header.count;
-                image[page].put(PageImage::typed, header);
-                return;
-            }
+            image[page].put(image.binarySlot(page, header.count++), Piece{1, 5, 5, noPage, noSlot, 0});
+            return image[page].put(PageImage::typed, header);
         }
         FAIL() << "no free slot";
     }
-    PageNumber textPage() const { return chains.at("SysVarString").object.firstPage; }
 };
 
-class CheckTest : public testing::Test {
+using Plant = std::function<void(Sample&, const char* chain)>;
+template <class Value>
+Plant put(In place, std::size_t offset, Value value, std::size_t index = 0)
+{
+    return [=](Sample& s, const char* chain) { s.put(chain, place, offset, value, index); };
+}
+
+struct Fault {
+    enum Where { top, entry, first, anywhere };
+
+    const char* code;
+    const char* chain;
+    Plant plant;
+    Where where = top;  // in which page of the chain it is found
+};
+const char *const people = "People", *const schema = "KaldbSchema", *const index = "PeopleIndex",
+                  *const texts = "SysVarString";
+
+const auto unended = [] {
+    std::array<char16_t, 32> name;
+    name.fill(u'x');
+    return name;
+}();
+
+const std::vector<Fault> faults{
+    {"header.pages", people, [](Sample& s, auto) { ++s.image.header.pagesInFile; }, Fault::anywhere},
+    {"header.start", people, [](Sample& s, auto) { s.image.header.startPage = 5000; }, Fault::anywhere},
+    {"root.missing", people, [](Sample& s, auto) { s.image.header.startPage = s.chains.at(people).object.topPage; }},
+    {"page.header", people, put(In::page, 4, 'X')},
+    {"page.number", people, put(In::page, 8, 3U)},
+    {"page.type", people, put(In::tree, offsetof(Tree, typeName), 'X')},
+    {"btree.size", people, put(In::tree, offsetof(Tree, size), 400U)},
+    {"btree.count", people, put(In::tree, offsetof(Tree, count), 1U)},
+    {"btree.smallest", people, put(In::tree, offsetof(Tree, smallest), SlotIndex{900})},
+    {"btree.largest", people, put(In::tree, offsetof(Tree, largest), SlotIndex{900})},
+    {"btree.free", schema, put(In::slot, offsetof(Slot, next), SlotIndex{1}, 10)},
+    {"btree.parent", schema, put(In::slot, offsetof(Slot, parent), SlotIndex{9}, 2)},
+    {"btree.child", schema, put(In::slot, offsetof(Slot, next), SlotIndex{4000}, 2)},
+    {"btree.tree", schema,
+     [](Sample& s, const char* chain) {  // slot 4 hangs below itself
+         s.put(chain, In::slot, offsetof(Slot, next), noSlot, 3);
+         s.put(chain, In::slot, offsetof(Slot, next), SlotIndex{4}, 4);
+         s.put(chain, In::slot, offsetof(Slot, parent), SlotIndex{4}, 4);
+     }},
+    {"link.self", people, put(In::links, offsetof(Links, page), 1U)},
+    {"link.parent", people, put(In::links, offsetof(Links, parent), 1U)},
+    {"link.outside", people, put(In::links, offsetof(Links, prev), 7000U)},
+    {"page.shared", schema,
+     [](Sample& s, const char* chain) {
+         s.put(chain, In::links, offsetof(Links, next), s.chains.at(chain).object.topPage, 0);
+     }},
+    {"page.shared", schema, put(In::entry, offsetof(Entry, topPage), 0U), Fault::entry},
+    {"order.records", people, put(In::item, 16, 'z')},
+    {"order.records", index, put(In::item, 15, '\x7f')},
+    {"root.size", people, put(In::entry, offsetof(Entry, recordSize), 3000U), Fault::entry},
+    {"root.flags", people, put(In::entry, offsetof(Entry, flags), KALDB_CHAIN_GUID | 0x10U), Fault::entry},
+    {"root.kind", people, put(In::entry, offsetof(Entry, kind), 5), Fault::entry},
+    {"root.name", people, put(In::entry, offsetof(Entry, name), unended), Fault::entry},
+    {"root.page", people, put(In::entry, offsetof(Entry, firstPage), 0U), Fault::entry},
+    {"id.counter", people, put(In::entry, offsetof(Entry, nextID.sequence), std::uint64_t{0})},
+    {"index.missing", index, put(In::entry, offsetof(Entry, name), u'Q'), Fault::entry},
+    {"index.lacks", people, put(In::item, 8, std::uint64_t{7000})},
+    {"index.stray", index, put(In::item, 8, std::uint64_t{7000})},
+    {"index.wrong", index, put(In::item, 16, 3U), Fault::anywhere},
+    {"binary.count", texts, put(In::tree, offsetof(KALDBBinaryPage, count), 1U), Fault::first},
+    {"binary.length", texts, put(In::piece, offsetof(Piece, length), 129U), Fault::first},
+    {"binary.next", texts, put(In::piece, offsetof(Piece, nextPage), 7000U), Fault::first},
+    {"binary.free", texts, put(In::piece, offsetof(Piece, inUse), 0U), Fault::first},
+    {"text.free", texts, put(In::piece, offsetof(Piece, inUse), 0U), Fault::anywhere},
+    {"text.size", texts, put(In::piece, offsetof(Piece, totalSize), 999U), Fault::anywhere},
+    {"text.capacity", people, put(In::item, 48, 9U)},
+    {"schema.row", schema, put(In::item, 66, '\x09', 2)},
+    {"schema.fault", schema, put(In::item, 68, 103U, 2)},
+};
+const std::vector<Fault> doubts{
+    {"header.dirty", people, [](Sample& s, auto) { s.image.header.flags = fileDirty; }},
+    {"header.flags", people, [](Sample& s, auto) { s.image.header.flags = 2; }},
+    {"header.name", people, [](Sample& s, auto) { s.image.header.name[9] = 'x'; }},
+    {"page.flags", people, put(In::page, 16, 1U)},
+    {"page.checksum", people, put(In::page, 24, 1U)},
+    {"text.leaked", texts, [](Sample& s, auto) { s.leakPiece(); }},
+};
+
+class CheckTest : public ::test::CommandTest {
 protected:
-    static void SetUpTestSuite()
+    CheckTest()
     {
-        static const ::test::TempDir folder;
-        path = folder / "people.kaldb";
-        ::test::PeopleFile{path};
-        sound.image = FileImage::parse(::test::readFile(path));
-        for (const tool::Chain& chain : tool::readCatalogue(tool::PageFile{path}).chains)
+        ::test::PeopleFile{folder_ / "p"};
+        sound.image = FileImage::parse(bytes("p"));
+        for (const tool::Chain& chain : tool::readCatalogue(tool::PageFile{folder_ / "p"}).chains)
             sound.chains.emplace(chain.name, chain);
     }
 
-    static json check(const std::string& options = "")
+    /// What the check finds after a fault was planted.
+    json check(const Fault& fault) const
     {
-        return json::parse(::test::kaldb("check --json " + path + options).out);
+        Sample sample = sound;
+        fault.plant(sample, fault.chain);
+        sample.image.write(folder_ / "p");
+        return json::parse(run("check --json p").out);
     }
 
-    static inline std::string path;
-    static inline Sample sound;
+    Sample sound;
 };
 
-struct Fault {
-    const char* code;
-    std::function<void(Sample&)> plant;
-    std::function<PageNumber(const Sample&)> page;  // null for what concerns the whole file
-};
-
-const auto at = [](const char* chain) { return [=](const Sample& s) { return s.topPage(chain); }; };
-const auto inRoot = [](const Sample& s) { return s.chains.at("People").page; };
-const auto inTexts = [](const Sample& s) { return s.textPage(); };
-
-const std::vector<Fault> faults{
-    {"header.pages", [](Sample& s) { ++s.image.header.pagesInFile; }, {}},
-    {"header.start", [](Sample& s) { s.image.header.startPage = 5000; }, {}},
-    {"root.missing", [](Sample& s) { s.image.header.startPage = s.topPage("People"); }, at("People")},
-    {"page.header", [](Sample& s) { s.top("People").put(4, 'X'); }, at("People")},
-    {"page.number", [](Sample& s) { s.top("People").put(8, 3U); }, at("People")},
-    {"page.type", [](Sample& s) { s.top("People").put(PageImage::typed + 4, 'X'); }, at("People")},
-    {"btree.size", [](Sample& s) { s.editTree("People", [](auto& h) { h.size = 400; }); }, at("People")},
-    {"btree.count", [](Sample& s) { s.editTree("People", [](auto& h) { --h.count; }); }, at("People")},
-    {"btree.smallest", [](Sample& s) { s.editTree("People", [](auto& h) { h.smallest = h.largest; }); }, at("People")},
-    {"btree.largest", [](Sample& s) { s.editTree("People", [](auto& h) { h.largest = 900; }); }, at("People")},
-    {"btree.free", [](Sample& s) { s.editSlot("KaldbSchema", 10, [](auto& x) { x.next = 1; }); }, at("KaldbSchema")},
-    {"btree.parent", [](Sample& s) { s.editSlot("KaldbSchema", 2, [](auto& x) { x.parent = 9; }); }, at("KaldbSchema")},
-    {"btree.child", [](Sample& s) { s.editSlot("KaldbSchema", 2, [](auto& x) { x.next = 4000; }); }, at("KaldbSchema")},
-    {"btree.tree",
-     [](Sample& s) {
-         s.editSlot("KaldbSchema", 3, [](auto& x) { x.next = noSlot; });
-         s.editSlot("KaldbSchema", 4, [](auto& x) { x.parent = 4, x.next = 4; });
-     },
-     at("KaldbSchema")},
-    {"link.self", [](Sample& s) { s.editLinks("People", [](auto& l) { l.page = 1; }); }, at("People")},
-    {"link.parent", [](Sample& s) { s.editLinks("People", [](auto& l) { l.parent = 1; }); }, at("People")},
-    {"link.outside", [](Sample& s) { s.editLinks("People", [](auto& l) { l.prev = 7000; }); }, at("People")},
-    {"page.shared", [](Sample& s) { s.editLinks("KaldbSchema", [&](auto& l) { l.next = l.page; }); },
-     at("KaldbSchema")},
-    {"page.shared", [](Sample& s) { s.editRoot("KaldbSchema", [](auto& r) { r.topPage = 0; }); },
-     [](const Sample&) { return PageNumber{0}; }},
-    {"order.records", [](Sample& s) { s.top("People").put(s.item("People", 0) + 16, 'z'); }, at("People")},
-    {"order.records", [](Sample& s) { s.top("PeopleIndex").put(s.item("PeopleIndex", 0) + 15, '\x7f'); },
-     at("PeopleIndex")},
-    {"root.size", [](Sample& s) { s.editRoot("People", [](auto& r) { r.recordSize = 3000; }); }, inRoot},
-    {"root.flags", [](Sample& s) { s.editRoot("People", [](auto& r) { r.flags |= 0x10; }); }, inRoot},
-    {"root.kind", [](Sample& s) { s.editRoot("People", [](auto& r) { r.kind = 5; }); }, inRoot},
-    {"root.name", [](Sample& s) { s.editRoot("People", [](auto& r) { std::fill_n(r.name, 32, u'x'); }); }, inRoot},
-    {"root.page", [](Sample& s) { s.editRoot("People", [](auto& r) { r.firstPage = 0; }); }, inRoot},
-    {"id.counter", [](Sample& s) { s.editRoot("People", [](auto& r) { r.nextID.sequence = 0; }); }, at("People")},
-    {"index.missing", [](Sample& s) { s.editRoot("PeopleIndex", [](auto& r) { r.name[0] = u'Q'; }); }, inRoot},
-    {"index.lacks", [](Sample& s) { s.top("People").put(s.item("People", 0) + 8, std::uint64_t{7000}); }, at("People")},
-    {"index.stray", [](Sample& s) { s.top("PeopleIndex").put(s.item("PeopleIndex", 0) + 8, std::uint64_t{7000}); },
-     at("PeopleIndex")},
-    {"index.wrong",
-     [](Sample& s) {
-         s.editTree("People", [](auto&) {}), s.image[s.topPage("PeopleIndex")].put(s.item("PeopleIndex", 0) + 16, 3U);
-     },
-     {}},
-    {"binary.count",
-     [](Sample& s) { s.image[s.textPage()].edit<KALDBBinaryPage>(PageImage::typed, [](auto& h) { ++h.count; }); },
-     inTexts},
-    {"binary.length", [](Sample& s) { s.editPiece([](auto& p) { p.length = 129; }); }, inTexts},
-    {"binary.next", [](Sample& s) { s.editPiece([](auto& p) { p.nextPage = 7000; }); }, inTexts},
-    {"binary.free", [](Sample& s) { s.editPiece([](auto& p) { p.inUse = 0; }); }, inTexts},
-    {"text.free", [](Sample& s) { s.editPiece([](auto& p) { p.inUse = 0; }); }, {}},
-    {"text.size", [](Sample& s) { s.editPiece([](auto& p) { ++p.totalSize; }); }, {}},
-    {"text.capacity", [](Sample& s) { s.top("People").put(s.item("People", 0) + 48, 9U); }, at("People")},
-    {"schema.row", [](Sample& s) { s.top("KaldbSchema").put(s.item("KaldbSchema", 2) + 66, '\x09'); },
-     at("KaldbSchema")},
-    {"schema.fault", [](Sample& s) { s.top("KaldbSchema").put(s.item("KaldbSchema", 2) + 68, 103U); },
-     at("KaldbSchema")},
-};
-
-TEST_F(CheckTest, SoundFilesHaveNoFinding)
+TEST_F(CheckTest, SoundFilesHaveNoFindingAndPlantedFaultsAreFoundOnTheirPage)
 {
-    sound.image.write(path);
-    const ::test::Answer answer = ::test::kaldb("check --strict --backup " + path);
-    EXPECT_EQ(answer.exit, 0) << answer;
-    EXPECT_EQ(std::count(answer.out.begin(), answer.out.end(), '\n'), 2) << answer;
-    EXPECT_EQ(check()["findings"], json::array());
-    EXPECT_EQ(check()["libraryErrors"], 0);
-}
+    const std::string text = done("check --strict --backup p");
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;
+    const json none = json::parse(done("check --json p"));
+    EXPECT_TRUE(none["findings"] == json::array() && none["libraryErrors"] == 0) << none;
 
-TEST_F(CheckTest, EveryPlantedFaultIsFoundOnItsPage)
-{
     for (const Fault& fault : faults) {
-        Sample sample = sound;
-        fault.plant(sample);
-        sample.image.write(path);
-        const ::test::Answer answer = ::test::kaldb("check --json " + path);
-        EXPECT_EQ(answer.exit, 1) << fault.code << answer;
+        const tool::Chain& chain = sound.chains.at(fault.chain);
+        const PageNumber pages[] = {chain.object.topPage, chain.page, chain.object.firstPage};
+        const json report = check(fault);
         bool found = false;
-        const json report = json::parse(answer.out);
         for (const json& finding : report["findings"].elements())
             found |= finding["code"] == fault.code && finding["severity"] == "error" &&
-                     (!fault.page || finding["page"] == fault.page(sound));
-        EXPECT_TRUE(found) << fault.code << answer;
+                     (fault.where == Fault::anywhere || finding["page"] == pages[fault.where]);
+        EXPECT_TRUE(found) << fault.code << report;
+        EXPECT_EQ(run("check p").exit, 1) << fault.code;
     }
 }
 
 TEST_F(CheckTest, WarningsAndNotesAreNoDamage)
 {
-    const std::vector<Fault> doubts{
-        {"header.dirty", [](Sample& s) { s.image.header.flags = fileDirty; }, {}},
-        {"header.flags", [](Sample& s) { s.image.header.flags = 2; }, {}},
-        {"header.name", [](Sample& s) { s.image.header.name[9] = 'x'; }, {}},
-        {"page.flags", [](Sample& s) { s.top("People").put(16, 1U); }, {}},
-        {"page.checksum", [](Sample& s) { s.top("People").put(24, 1U); }, {}},
-        {"text.leaked", [](Sample& s) { s.leakPiece(); }, {}},
-    };
     for (const Fault& doubt : doubts) {
-        Sample sample = sound;
-        doubt.plant(sample);
-        sample.image.write(path);
-        const json report = check();
-        EXPECT_EQ(report["errors"], 0) << report;
-        EXPECT_EQ(report["warnings"], 1) << report;
+        const json report = check(doubt);
+        EXPECT_TRUE(report["errors"] == 0 && report["warnings"] == 1) << report;
         EXPECT_EQ(report["findings"][0]["code"], doubt.code);
-        EXPECT_EQ(::test::kaldb("check " + path).exit, 0);
-        EXPECT_EQ(::test::kaldb("check --strict " + path).exit, 1);
+        EXPECT_EQ(run("check p").exit, 0);
+        EXPECT_EQ(run("check --strict p").exit, 1);
     }
-
-    Sample cut = sound;  // a page that is named by nobody any more
-    const PageNumber lost = cut.image.addPage();
-    cut.image.formatTree(lost, 104, {});
-    cut.image.write(path);
-    const json report = check(" --strict");
-    EXPECT_EQ(report["notes"], 1);
-    EXPECT_EQ(report["findings"][0]["code"], "page.unreachable");
-    EXPECT_EQ(report["findings"][0]["page"], lost);
+    FileImage cut = sound.image;  // two pages that are named by nobody, one of them never formatted
+    const PageNumber lost = cut.addPage(), blank = cut.addPage();
+    cut.formatTree(lost, 104, {});
+    cut[blank].put(PageImage::links, noPage);
+    cut.write(folder_ / "p");
+    const json report = json::parse(done("check --json --strict p"));
+    EXPECT_EQ(report["notes"], 2);
+    EXPECT_TRUE(report["findings"][0]["code"] == "page.unreachable" && report["findings"][0]["page"] == lost) << report;
 }
 
 TEST_F(CheckTest, HostileFilesEndInAnExitCode)
 {
-    const std::string whole = sound.image.bytes();
     std::mt19937 random{7};
-    const auto draw = [&](std::size_t below) {
-        return std::uniform_int_distribution<std::size_t>{0, below - 1}(random);
-    };
+    const auto draw = [&](std::size_t below) { return random() % below; };
     for (int round = 0; round < 12; ++round) {
-        std::string bytes = whole;
+        std::string image = sound.image.bytes();
         for (int i = 0; i < 40; ++i) {
             // Half of the hits go to the headers and slots, where they hurt most.
-            const std::size_t offset =
-                draw(2) == 0 ? draw(bytes.size())
-                             : pageOffset(static_cast<PageNumber>(draw(sound.image.pages.size()))) + draw(160);
+            const auto page = static_cast<PageNumber>(draw(sound.image.pages.size()));
             const unsigned char hostile[] = {0, 1, 0x7F, 0xFE, 0xFF, static_cast<unsigned char>(draw(256))};
-            bytes[offset] = static_cast<char>(hostile[draw(6)]);
+            image[draw(2) == 0 ? draw(image.size()) : pageOffset(page) + draw(160)] =
+                static_cast<char>(hostile[draw(6)]);
         }
         if (round % 6 == 5)
-            bytes.resize(draw(bytes.size()));
-        FileImage::writeBytes(path, bytes);
-        for (const char* verb : {"check ", "info ", "tables --system ", "schema ", "pages ", "dump --dirty "}) {
-            const ::test::Answer answer = ::test::kaldb(verb + path);
-            ASSERT_LE(answer.exit, 4) << verb << round << answer;
-        }
-        ASSERT_LE(::test::kaldb("get --dirty " + path + " People 'person 050' --from a --id 3").exit, 4);
-        for (const std::string& change : {"put " + path + " People '{\"name\":\"z\"}' --in-place",
-                                          "del " + path + " People 'person 050'", "backup " + path + " --force"}) {
-            const ::test::Answer answer = ::test::kaldb(change);
-            ASSERT_LE(answer.exit, 5) << change << round << answer;
-        }
+            image.resize(draw(image.size()));
+        file("p", image);
+        for (const char* looking : {"check p", "info p", "tables --system p", "schema p", "pages p", "dump --dirty p",
+                                    "get --dirty p People 'person 050' --from a --id 3"})
+            ASSERT_LE(run(looking).exit, 4) << looking << round;
+        for (const char* change :
+             {"put p People '{\"name\":\"z\"}' --in-place", "del p People 'person 050'", "backup p --force"})
+            ASSERT_LE(run(change).exit, 5) << change << round;
     }
 }
 

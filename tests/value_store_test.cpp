@@ -1,16 +1,9 @@
-// The stores of long values: their blocks, a model of many records, damaged lists, and failures everywhere.
-#include "kaldbchain/chain.h"
+// The stores of long values: their blocks, a model of what is stored, damaged lists, and failures everywhere.
+#include "support/database.h"
 #include "support/faults.h"
-#include "support/temp_dir.h"
 #include "support/values.h"
 
-#include <algorithm>
-#include <cstring>
 #include <functional>
-#include <map>
-#include <memory>
-#include <random>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -30,258 +23,137 @@ struct Block {
         fields.data = bytes.data();
         return kaldbBinaryTableGetRecord(table, &place, &fields);
     }
-    void link(const KALDBIndexRecord& next)
+    void link(uint32_t page, uint16_t slot)
     {
-        fields.nextPage = next.page;
-        fields.nextIndex = next.index;
+        fields.nextPage = page;
+        fields.nextIndex = slot;
     }
 };
 
+/// `Kind` is Value or Text. The cache is the smallest, of four pages.
+template <class Kind>
 class Store : public testing::Test {
 protected:
-    Store() { open(); }
     ~Store() override
     {
-        close();
+        EXPECT_EQ(database.close(), 0u);
         EXPECT_EQ(faults::liveBlocks(), 0u);
     }
 
-    /// The smallest cache, of four pages, unless told otherwise.
-    void open(uint32_t cacheBytes = 0)
+    void reopen()
     {
-        uint32_t isNew = 0;
-        ASSERT_EQ(kaldbInitialize((dir_ / "db").u16string().c_str(), cacheBytes, &db_, &isNew), 0u);
+        EXPECT_EQ(database.close(), 0u);
+        database.open();
     }
-    void close() { EXPECT_EQ(kaldbDeinitialize(db_), 0u); }
-    KALDBDatabase* db() const { return db_; }
-
-    void withTable(const char16_t* name, const std::function<void(KALDBTable*)>& use)
+    std::vector<Block> blocks(const Kind& value)
     {
-        KALDBTable* table = nullptr;
-        const KALDBChainCallbacks none{};
-        ASSERT_EQ(kaldbTableOpen(db_, name, &none, &table), 0u);
-        use(table);
-        EXPECT_EQ(kaldbTableClose(table), 0u);
-    }
-    std::vector<Block> blocks(const char16_t* name, const KALDBIndexRecord& location)
-    {
+        const test::Table table{database, Kind::table, Kind::blockSize};
         std::vector<Block> list;
-        withTable(name, [&](KALDBTable* table) {
-            Block block;
-            for (block.place = location; block.place.page != KALDB_NO_PAGE;) {
-                ASSERT_EQ(block.read(table), 0u);
-                list.push_back(block);
-                block.place.page = block.fields.nextPage;
-                block.place.index = block.fields.nextIndex;
-            }
-        });
+        for (Block block{value.location()}; block.place.page != KALDB_NO_PAGE;) {
+            EXPECT_EQ(block.read(table.handle()), 0u);
+            list.push_back(block);
+            block.place.page = block.fields.nextPage;
+            block.place.index = block.fields.nextIndex;
+        }
         return list;
     }
-    void write(const char16_t* name, Block block)
+    void write(Block block)
     {
+        const test::Table table{database, Kind::table, Kind::blockSize};
         block.fields.data = block.bytes.data();
-        withTable(name, [&](KALDBTable* table) {
-            ASSERT_EQ(kaldbBinaryTableUpdateRecord(table, &block.place, &block.fields), 0u);
-        });
+        EXPECT_EQ(kaldbBinaryTableUpdateRecord(table.handle(), &block.place, &block.fields), 0u);
     }
-    /// Slots in use in all pages of both stores.
+    /// Slots in use in all pages of the table.
     long blocksInUse()
     {
+        const test::Table table{database, Kind::table, Kind::blockSize};
         uint32_t pages = 0;
         EXPECT_EQ(kalPageManagerGetPageCount(kaldb::kaldbChainGetPageManager(), &pages), 0u);
         long count = 0;
-        for (const char16_t* name : {Value::table, Text::table})
-            withTable(name, [&](KALDBTable* table) {
-                Block block;
-                for (block.place.page = 0; block.place.page < pages; ++block.place.page)
-                    for (block.place.index = 0; block.read(table) == 0; ++block.place.index)
-                        count += block.fields.totalSize != 0 ? 1 : 0;
-            });
+        Block block;
+        for (block.place.page = 0; block.place.page < pages; ++block.place.page)
+            for (block.place.index = 0; block.read(table.handle()) == 0; ++block.place.index)
+                count += block.fields.totalSize != 0 ? 1 : 0;
         return count;
     }
 
-private:
-    test::TempDir dir_;
-    KALDBDatabase* db_ = nullptr;
+    test::Database database{0};
 };
+using Kinds = testing::Types<Value, Text>;
+TYPED_TEST_SUITE(Store, Kinds, );
 
-TEST_F(Store, ValuesAreCutIntoBlocksOf64AndTextsOf128)
+// In the table there are whole blocks and a last one with the rest. What comes out of a record in another session reads
+// them, and erasing leaves nothing over.
+TYPED_TEST(Store, ValuesAreCutIntoBlocksAndComeBackUntilTheyAreErased)
 {
-    // The list of a stored value: "64 64 2". Then the value comes back without the original's help.
-    const auto roundTrip = [&](auto&& original) {
-        const std::string content = original.content();
-        EXPECT_EQ(original.store(), 0u);
-        std::string list;
-        for (const Block& block : blocks(original.table, original.location())) {
-            EXPECT_EQ(block.fields.totalSize, content.size() + (original.table == Text::table ? 1 : 0));
-            list.append(list.empty() ? "" : " ").append(std::to_string(block.fields.length));
+    std::vector<TypeParam> records;  // as callers have them: bytes without memory of their own
+    for (uint32_t length = 0; length <= 400; ++length) {
+        const uint32_t size = length + TypeParam::terminator, notShort = length < 8 ? 6 : 0;
+        uint32_t rest = length < 8 ? 0 : size;
+        TypeParam value;
+        value.assign(pattern(length));
+        ASSERT_EQ(value.store(), notShort);
+        for (const Block& block : this->blocks(value)) {
+            ASSERT_EQ(block.fields.totalSize, size);
+            ASSERT_EQ(block.fields.length, std::min(rest, TypeParam::blockSize));
+            rest -= block.fields.length;
         }
-        auto copy = original;  // as it comes out of a record
-        EXPECT_EQ(copy.fetch(), 0u);
-        original.assign("");
-        EXPECT_EQ(copy.content(), content);
-        EXPECT_EQ(copy.erase(), 0u);
-        EXPECT_EQ(copy.erase(), 1u) << "its blocks are gone";
-        EXPECT_EQ(copy.content(), content);
-        return list;
-    };
-    struct Case {
-        size_t size;
-        const char* values;
-        const char* texts;
-    };
-    for (const Case& c : {Case{9, "9", "9"}, Case{64, "64", "64"}, Case{65, "64 1", "65"}, Case{128, "64 64", "128"},
-                          Case{129, "64 64 1", "128 1"}, Case{301, "64 64 64 64 45", "128 128 45"}}) {
-        for (uint32_t type : {16u, 18u, 20u, 21u})
-            EXPECT_EQ(roundTrip(Value{pattern(c.size), type}), c.values);
-        EXPECT_EQ(roundTrip(Text{8, test::widened(pattern(c.size - 1))}), c.texts);
+        ASSERT_EQ(rest, 0u);
+        ASSERT_EQ(value.fetch(), notShort) << "over its own block";
+        records.push_back(value);
     }
-    Value wide, copy;
-    ASSERT_EQ(kaldbVariantSetString(&wide.v, KALDB_VT_WSTRING, u"€, in multibyte form"), 0u);
-    ASSERT_EQ(wide.store(), 0u);
-    copy = wide;
-    EXPECT_EQ(copy.fetch(), 0u);
-    EXPECT_EQ(copy.get(), wide.get());
+    this->reopen();
+    for (uint32_t i = 0; i < records.size(); ++i) {
+        const uint32_t length = i * 7 % 401;
+        TypeParam value = records[length];
+        ASSERT_EQ(value.fetch(), length < 8 ? 6u : 0u);
+        ASSERT_EQ(value.erase(), length < 8 ? 6u : 0u);
+        ASSERT_EQ(value.erase(), length < 8 ? 6u : 1u) << "its blocks are gone";
+        ASSERT_EQ(value.content(), pattern(length));
+    }
+    EXPECT_EQ(this->blocksInUse(), 0);
 }
 
-TEST_F(Store, WhatIsNotStoredAndWhatIsNotOpen)
+using Values = Store<Value>;
+TEST_F(Values, WhatCanBeStoredAndWhatIsNotOpen)
 {
     using Statuses = std::array<uint32_t, 3>;
     const auto statuses = [](auto& value) { return Statuses{value.store(), value.fetch(), value.erase()}; };
-    Value small{"5 byt"}, other{pattern(100), 19}, large{pattern(100)}, id;
+    Value id, wide, large{pattern(100)};
     const KALDBID any{};
     kaldbVariantSetID(&id.v, &any);
-    Text shortText{8, u"short"}, longText{8, u"a text in a block"}, cramped = longText;
+    kaldbVariantSetString(&wide.v, KALDB_VT_WSTRING, u"€, in multibyte form");
+    Text text{8, u"a text in a block"}, cramped = text;
     cramped.s.capacity = 3;
 
-    EXPECT_EQ(statuses(small), (Statuses{6, 6, 6}));
-    EXPECT_EQ(statuses(shortText), (Statuses{6, 6, 6}));
-    EXPECT_EQ(statuses(other), (Statuses{1, 1, 1}));
     EXPECT_EQ(statuses(id), (Statuses{1, 1, 1}));
-    EXPECT_EQ(small.get() + other.get(), "5 byt" + pattern(100));
+    EXPECT_EQ(statuses(wide), (Statuses{0, 0, 0}));
+    for (const uint32_t type : {15u, 16u, 18u, 19u, 20u, 21u}) {
+        Value value{pattern(100), type};
+        EXPECT_EQ(statuses(value), type == 15 || type == 19 ? (Statuses{1, 1, 1}) : (Statuses{0, 0, 0})) << type;
+        EXPECT_EQ(value.get(), pattern(100));
+    }
     EXPECT_EQ(cramped.fetch(), 19u);
-    EXPECT_EQ(kaldbVariantUpdateRecord(&large.v), 20u);
-    EXPECT_EQ(kaldbVarStringUpdateRecord(&longText.s), 20u);
-    Value lost = large;
-    lost.v.location.page = 77777;
-    EXPECT_EQ(Value{lost}.fetch(), 16u);
-    EXPECT_EQ(lost.erase(), 16u);
-    large.set(pattern(100));
-    EXPECT_EQ(lost.store(), 3u) << "a copy without its original has nothing to store";
 
-    EXPECT_EQ(kaldbInitBinaryTable(db()), 0u) << "open already";
-    for (uint32_t expected : {0u, 3u}) {
-        EXPECT_EQ(kaldbDeinitBinaryTable(db()), expected);
-        EXPECT_EQ(kaldbDeinitVarStringTable(db()), expected);
+    EXPECT_EQ(kaldbInitBinaryTable(database.handle()), 0u) << "open already";
+    for (const uint32_t expected : {0u, 3u}) {
+        EXPECT_EQ(kaldbDeinitBinaryTable(database.handle()), expected);
+        EXPECT_EQ(kaldbDeinitVarStringTable(database.handle()), expected);
     }
     EXPECT_EQ(statuses(large), (Statuses{3, 3, 3}));
-    EXPECT_EQ(statuses(longText), (Statuses{3, 3, 3}));
+    EXPECT_EQ(statuses(text), (Statuses{3, 3, 3}));
 }
 
-/// A record as a caller has it: a key, a value and a text, both long or short.
-struct Record {
-    uint32_t key = 0;
-    Value note;
-    Text name;
-};
-
-int32_t byKey(const void* probe, const void* stored)
+// Each list of three blocks; how many blocks are sound before the damage.
+TYPED_TEST(Store, DamagedListsAreRefused)
 {
-    uint32_t keys[2];
-    std::memcpy(&keys[0], probe, sizeof keys[0]);
-    std::memcpy(&keys[1], stored, sizeof keys[1]);
-    return (keys[0] > keys[1]) - (keys[0] < keys[1]);
-}
-
-class Notes : public Store {
-protected:
-    void openTable()
-    {
-        KALDBChainCallbacks callbacks{};
-        callbacks.compare = byKey;
-        ASSERT_EQ(kaldbTableOpen(db(), u"Notes", &callbacks, &table_), 0u);
-    }
-    /// Whether the record comes back, with its long values.
-    bool read(uint32_t key, Record& record)
-    {
-        const std::string& bytes = model_[key];
-        const uint32_t expected = bytes.size() < 8 ? 6 : 0;
-        return kaldbTableQueryPK(table_, &key, &record, sizeof record) == 0 && record.note.fetch() == expected &&
-               record.name.fetch() == expected && record.note.get() == bytes && record.name.content() == bytes;
-    }
-    bool readAll()
-    {
-        return std::all_of(model_.begin(), model_.end(), [&](const auto& entry) {
-            Record record;
-            return read(entry.first, record);
-        });
-    }
-
-    KALDBTable* table_ = nullptr;
-    std::map<uint32_t, std::string> model_;
-};
-
-TEST_F(Notes, RecordsReadByAnotherProcessAndReleasedInEveryOrder)
-{
-    const unsigned seed = std::random_device{}();
-    SCOPED_TRACE(testing::Message() << "seed " << seed);
-    std::mt19937 engine(seed);
-    constexpr uint32_t cache = 1 << 20;
-    close();
-    open(cache);
-    const long before = blocksInUse();
-    const KALDBTableInfo info{u"Notes", sizeof(Record), 0, 0, 0};
-    ASSERT_EQ(kaldbTableCreate(db(), &info), 0u);
-    openTable();
-    for (uint32_t key = 0; key < 500; ++key) {
-        const std::string& bytes = model_[key] = pattern(1 + engine() % (key % 4 == 0 ? 10 : 300));
-        Record record{key, Value{bytes}, Text{8, test::widened(bytes)}};
-        ASSERT_EQ(record.note.store(), bytes.size() < 8 ? 6u : 0u);
-        ASSERT_EQ(record.name.store(), bytes.size() < 8 ? 6u : 0u);
-        ASSERT_EQ(kaldbTableInsertRecord(table_, &record, 0, nullptr), 0u);
-        ASSERT_TRUE(key % 2 == 0 || read(key, record)) << "over the record that was stored";
-    }
-    ASSERT_EQ(kaldbTableClose(table_), 0u);
-    close();
-    EXPECT_EXIT(
-        {
-            open(cache);
-            openTable();
-            const bool good = readAll();
-            close();
-            _exit(good && !HasFailure() ? 0 : 1);
-        },
-        testing::ExitedWithCode(0), "");
-
-    open(cache);
-    openTable();
-    std::vector<std::unique_ptr<Record>> held;
-    for (const auto& [key, bytes] : model_) {
-        held.push_back(std::make_unique<Record>());
-        Record& record = *held.back();
-        ASSERT_TRUE(read(key, record));
-        const Record copy = record;  // released first, and without effect
-        ASSERT_EQ(record.note.erase(), bytes.size() < 8 ? 6u : 0u);
-        ASSERT_EQ(record.name.erase(), bytes.size() < 8 ? 6u : 0u);
-        if (engine() % 4 == 0)
-            record.note.set("another value, as long as it takes");
-        std::swap(held[engine() % held.size()], held.back());
-        if (engine() % 2 == 0)
-            held.pop_back();
-    }
-    ASSERT_EQ(kaldbTableClose(table_), 0u);
-    EXPECT_EQ(blocksInUse(), before);
-}
-
-TEST_F(Store, DamagedListsAreRefused)
-{
+    using List = const std::vector<Block>&;
     struct Damage {
         const char* what;
         size_t block;
-        long sound;  // blocks before the damage
-        void (*edit)(Block& block, const std::vector<Block>& list);
+        long sound;
+        void (*edit)(Block& block, List list);
     };
-    using List = const std::vector<Block>&;
     for (const Damage& damage : {
              Damage{"total of the first", 0, 0, [](Block&b, List) { b.fields.totalSize = UINT32_MAX; }},
              Damage{"total of the second", 1, 1, [](Block&b, List) { ++b.fields.totalSize; }},
@@ -290,115 +162,80 @@ TEST_F(Store, DamagedListsAreRefused)
              Damage{"fewer bytes than remain", 2, 2, [](Block&b, List) { --b.fields.length; }},
              Damage{"ends early", 1, 1, [](Block&b, List) { b.fields.nextPage = KALDB_NO_PAGE; }},
              Damage{"leads nowhere", 0, 1, [](Block&b, List) { b.fields.nextPage = 77777; }},
-             Damage{"goes on", 2, 2, [](Block&b, List list) { b.link(list[0].place); }},
+             Damage{"goes on", 2, 2, [](Block&b, List list) { b.link(list[0].place.page, list[0].place.index); }},
              Damage{"round and round", 1, 2,
                     [](Block&b, List list) {
                         b.fields.length = 1;
-                        b.link(list[1].place);
+                        b.link(list[1].place.page, list[1].place.index);
                     }},
+             Damage{"no terminator", 2, 3, [](Block&b, List) { b.bytes[b.fields.length - 1] = '!'; }},
          }) {
         SCOPED_TRACE(damage.what);
-        const auto refused = [&](auto& value) {
-            ASSERT_EQ(value.store(), 0u);
-            const std::vector<Block> list = blocks(value.table, value.location());
-            ASSERT_EQ(list.size(), 3u);
-            Block changed = list[damage.block];
-            damage.edit(changed, list);
-            write(value.table, changed);
-            const size_t live = faults::liveBlocks();
-            EXPECT_EQ(value.fetch(), 1u);
-            EXPECT_EQ(value.content(), "[3]");
-            EXPECT_EQ(faults::liveBlocks(), live - 1) << "what was read is freed, and the value's earlier block";
-            const long before = blocksInUse();
-            EXPECT_EQ(value.erase(), 1u);
-            EXPECT_EQ(before - blocksInUse(), damage.sound);
-        };
-        Value value;
-        value.assign(pattern(140));
-        refused(value);
-        Text text;
-        text.assign(pattern(300));
-        refused(text);
+        TypeParam value;
+        value.assign(pattern(2 * TypeParam::blockSize + 12));
+        ASSERT_EQ(value.store(), 0u);
+        const std::vector<Block> list = this->blocks(value);
+        ASSERT_EQ(list.size(), 3u);
+        Block changed = list[damage.block];
+        damage.edit(changed, list);
+        this->write(changed);
+        const size_t live = faults::liveBlocks();
+        const bool refused = damage.sound < 3 || TypeParam::terminator != 0;
+        EXPECT_EQ(value.fetch(), refused ? 1u : 0u);
+        EXPECT_EQ(value.pointer() == nullptr, refused);
+        EXPECT_EQ(faults::liveBlocks(), live - refused) << "what was read is freed, and the value's earlier block";
+        const long before = this->blocksInUse();
+        EXPECT_EQ(value.erase(), damage.sound < 3 ? 1u : 0u);
+        EXPECT_EQ(before - this->blocksInUse(), damage.sound);
     }
     // A ring of one byte under a huge size is noticed at once, not after as many rounds.
-    Value ring{pattern(64)};
-    ASSERT_EQ(ring.store(), 0u);
-    Block block = blocks(ring.table, ring.location())[0];
-    block.fields.totalSize = ring.v.size = 1u << 30;
+    TypeParam value;
+    value.assign(pattern(20));
+    ASSERT_EQ(value.store(), 0u);
+    Block block = this->blocks(value)[0];
+    value.size() = 1u << 30;
+    block.fields.totalSize = value.size() + TypeParam::terminator;
     block.fields.length = 1;
-    block.link(block.place);
-    write(ring.table, block);
-    EXPECT_EQ(ring.fetch(), 1u);
-
-    Text unending{8, u"a text in a block"};
-    ASSERT_EQ(unending.store(), 0u);
-    block = blocks(unending.table, unending.location())[0];
-    block.bytes[unending.s.length] = '!';
-    write(unending.table, block);
-    EXPECT_EQ(unending.fetch(), 1u);
-    EXPECT_EQ(unending.content(), "[3]");
+    block.link(block.place.page, block.place.index);
+    this->write(block);
+    EXPECT_EQ(value.fetch(), 1u);
 }
 
-TEST_F(Store, EveryCallFailedOnce)
+uint32_t changeInPlace(Value& value) { return kaldbVariantAllocate(&value.v); }
+uint32_t changeInPlace(Text& text) { return kaldbVarStringDup(&text.s, &text.s); }
+
+// Each operation with its 1st, 2nd, ... call of the support library failing, until none is left to fail; each time with
+// an empty cache, so that it must read its pages.
+TYPED_TEST(Store, AFailureKeepsTheValueOrLeavesNone)
 {
-    // Runs an operation with its 1st, 2nd, ... call of the support library failing, until none is left to fail; each
-    // time with an empty cache, so that it must read its pages.
-    const auto failEachCall = [&](auto&& prepare, auto&& operation, auto&& check) {
-        for (unsigned n = 1;; ++n) {
-            prepare();
-            close();
-            open();
+    const std::string old = pattern(300), whenNotSet = std::is_same_v<TypeParam, Value> ? "" : old;
+    struct Case {
+        std::function<uint32_t(TypeParam&)> operation;
+        std::string afterwards, withoutMemory;
+    };
+    for (const Case& c : {Case{[](TypeParam& value) { return value.store(); }, old, old},
+                          Case{[](TypeParam& value) { return value.erase(); }, old, old},
+                          Case{[](TypeParam& value) { return value.fetch(); }, "[3]", old},
+                          Case{[](TypeParam& value) { return value.set(std::string(300, 'x')); }, old, whenNotSet},
+                          Case{[](TypeParam& value) { return changeInPlace(value); }, old, old}}) {
+        bool struck = true;
+        for (unsigned n = 1; struck; ++n) {
+            TypeParam value;
+            value.assign(old);
+            ASSERT_EQ(value.store(), 0u);
+            this->reopen();
             faults::failAt(faults::anyCall, n, KAL_IO_ERROR);
-            const uint32_t status = operation();
-            const bool struck = faults::struck();
+            const uint32_t status = c.operation(value);
+            struck = faults::struck();
             faults::reset();
-            check(status);
-            if (!struck) {
-                EXPECT_EQ(status, 0u);
-                EXPECT_GT(n, 1u);
-                return;
-            }
+            EXPECT_TRUE(struck || (status == 0 && n > 1));
+            EXPECT_TRUE(status == 0 || value.content() == (status == 7 ? c.withoutMemory : c.afterwards)) << status;
+            value.clear();
+            EXPECT_EQ(this->database.close(), 0u);
+            EXPECT_EQ(faults::liveBlocks(), 0u);
+            this->database.open();
         }
-    };
-    const auto failEachOperation = [&](auto value) {
-        const std::string bytes = pattern(300);
-        const auto keepsContent = [&](uint32_t) { EXPECT_EQ(value.content(), bytes); };
-        failEachCall([&] { value.assign(bytes); }, [&] { return value.store(); }, keepsContent);
-        auto stored = value;
-        stored.assign(bytes);
-        ASSERT_EQ(stored.store(), 0u);
-        size_t live = 0;
-        failEachCall(
-            [&] {
-                value.assign("");
-                value = stored;
-            },
-            [&] {
-                live = faults::liveBlocks();
-                return value.fetch();
-            },
-            [&](uint32_t status) {  // 7 leaves it a copy that reads the original
-                EXPECT_EQ(value.content(), status == 0 || status == 7 ? bytes : "[3]");
-                EXPECT_EQ(faults::liveBlocks(), live + (status == 0 ? 1 : 0));
-            });
-        failEachCall(
-            [&] {
-                value.assign(bytes);
-                ASSERT_EQ(value.store(), 0u);
-            },
-            [&] { return value.erase(); }, keepsContent);
-    };
-    failEachOperation(Value{});
-    failEachOperation(Text{});
-    failEachCall([] {},
-                 [&] {
-                     kaldbDeinitVarStringTable(db());
-                     return kaldbInitVarStringTable(db());
-                 },
-                 [&](uint32_t status) {
-                     Text text{8, u"a text in a block"};
-                     EXPECT_EQ(text.store(), status == 0 ? 0u : 3u);
-                 });
+    }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 
@@ -53,14 +54,20 @@ struct Value {
         return status == 0 ? bytes.substr(0, room) : bracketed(status);
     }
 
-    // The store's operations, under the same names as those of Text.
+    // What tests do with both kinds, under the same names as those of Text.
     static constexpr const char16_t* table = u"SysBinary";
+    static constexpr uint32_t blockSize = 64, terminator = 0;
     uint32_t store() { return kaldbVariantInsertRecord(&v); }
     uint32_t fetch() { return kaldbVariantGetRecord(&v); }
     uint32_t erase() { return kaldbVariantDeleteRecord(&v); }
     const KALDBIndexRecord& location() const { return v.location; }
     void assign(const std::string& bytes) { EXPECT_EQ(set(bytes), 0u); }
-    std::string content() const { return get(); }
+    void clear() { EXPECT_EQ(kaldbVariantEmpty(&v), 0u); }
+    std::string content(uint32_t room = 10000) const { return get(room); }
+    uint32_t& size() { return v.size; }
+    bool takesBlock() const { return v.size >= v.inlineSize; }
+    char* handle() { return reinterpret_cast<char*>(v.value) + 8; }
+    bool pointsTo(const Value& other) const { return v.data == other.v.data; }
 };
 
 struct Text {
@@ -74,6 +81,7 @@ struct Text {
     Text& operator=(const Text&) = default;
 
     uint32_t set(const std::u16string& text) { return kaldbVarStringSet(&s, text.c_str()); }
+    uint32_t set(const std::string& ascii) { return set(widened(ascii)); }
     const char* pointer() const { return kaldbVarStringGetPSZ(&s); }
     bool isInline() const { return pointer() == area.data(); }
     /// The text, or the status of getting it in brackets.
@@ -85,12 +93,22 @@ struct Text {
     }
 
     static constexpr const char16_t* table = u"SysVarString";
+    static constexpr uint32_t blockSize = 128, terminator = 1;
     uint32_t store() { return kaldbVarStringInsertRecord(&s); }
     uint32_t fetch() { return kaldbVarStringGetRecord(&s); }
     uint32_t erase() { return kaldbVarStringDeleteRecord(&s); }
     const KALDBIndexRecord& location() const { return s.location; }
-    void assign(const std::string& ascii) { EXPECT_EQ(set(widened(ascii)), 0u); }
-    std::string content() const { return pointer() == nullptr ? "[3]" : pointer(); }
+    void assign(const std::string& ascii) { EXPECT_EQ(set(ascii), 0u); }
+    void clear() { EXPECT_EQ(kaldbVarStringSet(&s, nullptr), 0u); }
+    std::string content(uint32_t room = 10000) const
+    {
+        const std::u16string text = get(std::min(s.length, room) + 1);
+        return {text.begin(), text.end()};
+    }
+    uint32_t& size() { return s.length; }
+    bool takesBlock() const { return s.length >= s.capacity; }
+    char* handle() { return area.data(); }
+    bool pointsTo(const Text&) const { return true; }
 };
 
 /// Every byte of an object.
