@@ -1,168 +1,112 @@
-// The page manager when the support library fails, when the process dies and when the power goes.
+// The page manager when the support library fails, when a file is damaged, and where it keeps the backup.
 
 #include "support/faults.h"
 #include "support/page_store.h"
 
-#include <csignal>
 #include <fstream>
-#include <functional>
-#include <set>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
+using test::fileHeader;
+using test::formattedPage;
 using test::isComplete;
 using test::isDirty;
+using test::page;
 using test::same;
 using test::withoutTimes;
+using test::writeFile;
+
+class PageManagerFiles : public test::PageStore {};
+
+// ---- faults
 
 constexpr uint32_t injected = 77;
-constexpr uint32_t pages = 7;
 
 class PageManagerFaults : public test::PageStore {
 protected:
     PageManagerFaults() { std::filesystem::current_path(dir.path()); }
-    ~PageManagerFaults() override
-    {
-        faults::reset();
-        std::filesystem::current_path("/");
-    }
+    ~PageManagerFaults() override { faults::reset(); }
 
-    using Step = std::function<uint32_t()>;
     /// More pages than slots, written, changed and read back, a backup on the way. Every step may be repeated until it
     /// succeeds.
-    std::vector<Step> workload()
+    uint32_t step(uint32_t number)
     {
-        std::vector<Step> steps{[this] { return open(cacheBytes); }};
-        for (uint32_t n = 0; n < pages; ++n)
-            steps.push_back([this] { return createNext(); });
-        steps.push_back([this] { return kalPageManagerBackupWhileRunning(manager); });
-        for (uint32_t n = 0; n < pages; n += 2)
-            steps.push_back([this, n] { return change(n, "changed " + std::to_string(n)); });
-        steps.push_back([this] { return kalPageManagerSetStartPage(manager, 3); });
-        steps.push_back([this] { return kalPageManagerFlushAllPages(manager); });
-        steps.push_back([this] { return change(5, "changed last"); });
-        steps.push_back([this] { return close(); });
-        return steps;
+        switch (number) {
+        case 0: return open(cacheBytes);
+        case 8: return kalPageManagerBackupWhileRunning(manager);
+        case 13: return kalPageManagerSetStartPage(manager, 3);
+        case 14: return kalPageManagerFlushAllPages(manager);
+        case 15: return change(5, "changed last");
+        case 16: return close();
+        default: return number < 8 ? create(std::to_string(number)) : change(2 * (number - 9), "changed");
+        }
     }
-    uint32_t createNext()
-    {
-        uint32_t next = 0;
-        kalPageManagerGetPageCount(manager, &next);
-        return create("page " + std::to_string(next));
-    }
-    std::string resultOfWorkload()
-    {
-        for (const Step& step : workload())
-            EXPECT_EQ(step(), 0u);
-        return withoutTimes(file());
-    }
-    void startAnew()
-    {
-        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
-            std::filesystem::remove_all(entry.path());
-    }
-
     /// Runs the workload with a fault that a step meets; after it the fault is over and the step is repeated.
     void runWithFault(unsigned nth, bool forGood, bool torn, const std::string& expected)
     {
         SCOPED_TRACE(testing::Message() << "call " << nth << (forGood ? ", for good" : "") << (torn ? ", torn" : ""));
-        startAnew();
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+            std::filesystem::remove_all(entry.path());
+        unsynced.clear();
         faults::reset();
         faults::state().torn = torn;
+        faults::state().before = [this](const char* call) { onSync(call); };
+        faults::state().written = [this](KALFile*, uint64_t offset, const void*, uint32_t) {
+            unsynced.push_back(offset);
+        };
         faults::failAt(torn ? "kalFileWrite" : faults::anyCall, nth, injected, forGood);
-        watchDisk();
-        for (const Step& step : workload()) {
-            const uint32_t status = step();
+        const std::size_t files = faults::openFiles(), blocks = faults::liveBlocks();
+        for (uint32_t number = 0; number < steps; ++number) {
+            const uint32_t status = step(number);
             if (status == 0)
                 continue;
-            // A failing question for a backup counts as one, and what is not there can be neither moved nor deleted
-            // (13).
+            // A failing question for a backup counts as one, and what is not there can be neither moved nor deleted.
             EXPECT_TRUE(status == injected || status == 7 || status == 1 || status == 2 || status == 13) << status;
             expectDirtyOrComplete();
             faults::state().countdown = 0;
-            const uint32_t again = step();
+            const uint32_t again = step(number);
             if (again == injected) {
                 EXPECT_EQ(cacheBytes, 0u) << "all pages are in the cache still, and can be written again";
                 EXPECT_EQ(close(), injected) << "pages are lost for good";
                 EXPECT_TRUE(isDirty(file()));
-                return abandon();
+                static auto* const noCloseEndsThem = new std::vector<KALPageManager*>;
+                return noCloseEndsThem->push_back(std::exchange(manager, nullptr));
             }
             EXPECT_EQ(again, 0u) << "cannot be repeated after " << status;
         }
         EXPECT_TRUE(same(withoutTimes(file()), expected)) << "something is lost";
         expectDirtyOrComplete();
-        EXPECT_EQ(faults::openFiles(), abandonedFiles);
-        EXPECT_EQ(faults::liveBlocks(), abandonedBlocks);
+        EXPECT_EQ(faults::openFiles(), files);
+        EXPECT_EQ(faults::liveBlocks(), blocks);
     }
-    /// From here on, what the disk may hold when the power goes: of all that was written since the last wait, any part.
-    /// A wait that fails loses the pages that were written since the one before.
-    void watchDisk()
+    /// A wait for the disk that fails loses the pages that were written since the one before.
+    void onSync(const std::string& call)
     {
-        disk = {};
-        faults::state().before = [this](const char* call) {
-            if (std::string(call) != "kalFileSyncW")
-                return;
-            ++disk.waits;
-            if (faults::strikesNext(call)) {
-                for (const uint64_t offset : disk.unsynced)
-                    spoil(offset);
-                return;
-            }
-            disk.mayBeClean = !disk.marked;
-            disk.mayBeDirty = disk.marked;
-            disk.unsynced.clear();
-        };
-        faults::state().written = [this](KALFile*, uint64_t offset, const void* bytes, uint32_t length) {
-            if (offset > 0) {
-                disk.unsynced.insert(offset);
-                EXPECT_TRUE(disk.mayBeDirty && !disk.mayBeClean) << "a page, and the disk may call the file complete";
-            } else if (length == 92) {
-                disk.marked = (test::u32At({static_cast<const char*>(bytes), length}, 88) & 1) != 0;
-                (disk.marked ? disk.mayBeDirty : disk.mayBeClean) = true;
-                EXPECT_TRUE(disk.marked || disk.unsynced.empty()) << "called complete before its pages are on the disk";
-            }
-        };
-    }
-    void spoil(uint64_t offset)
-    {
+        if (call != "kalFileSyncW")
+            return;
         std::fstream lost(dir / "db", std::ios::in | std::ios::out | std::ios::binary);
-        lost.seekp(static_cast<std::streamoff>(offset));
-        lost << std::string(2048, 'X');
+        for (const uint64_t offset : std::exchange(unsynced, {}))
+            if (offset > 0 && faults::strikesNext(call.c_str()))
+                lost.seekp(static_cast<std::streamoff>(offset)) << std::string(2048, 'X');
     }
     /// What holds at every instant; a backup is always complete.
     void expectDirtyOrComplete()
     {
         EXPECT_TRUE(!std::filesystem::exists(dir / "db") || isDirty(file()) || isComplete(file()));
-        EXPECT_TRUE(!hasBackup() || (isComplete(backup()) && !isDirty(backup())));
-    }
-    /// A manager that no close can end.
-    void abandon()
-    {
-        static auto* kept = new std::vector<KALPageManager*>;
-        kept->push_back(std::exchange(manager, nullptr));
-        abandonedFiles = faults::openFiles();
-        abandonedBlocks = faults::liveBlocks();
+        EXPECT_TRUE(!std::filesystem::exists(dir / "db.backup") || (isComplete(backup()) && !isDirty(backup())));
     }
 
-    struct Disk {
-        bool mayBeDirty = true, mayBeClean = false;
-        bool marked = true;
-        std::set<uint64_t> unsynced;
-        unsigned waits = 0;
-    };
-    Disk disk;
+    std::vector<uint64_t> unsynced;
     uint32_t cacheBytes = 0;
-    std::size_t abandonedFiles = 0;
-    std::size_t abandonedBlocks = 0;
+    static constexpr uint32_t steps = 17;
 };
 
 TEST_F(PageManagerFaults, EveryCallMayFailOnceOrForGoodAndNothingIsLost)
 {
-    const std::string expected = resultOfWorkload();
-    ASSERT_TRUE(isComplete(expected) && !isDirty(expected));
+    for (uint32_t number = 0; number < steps; ++number)
+        ASSERT_EQ(step(number), 0u);
+    const std::string expected = withoutTimes(file());
     for (const uint32_t bytes : {0u, 32768u}) {
         cacheBytes = bytes;
         for (const bool forGood : {false, true})
@@ -174,69 +118,20 @@ TEST_F(PageManagerFaults, EveryCallMayFailOnceOrForGoodAndNothingIsLost)
     }
 }
 
-// Dies at each of its calls in turn, a write half done.
-TEST_F(PageManagerFaults, ADeathAtAnyCallLeavesTheFileDirtyOrComplete)
-{
-    int result = 1;
-    for (unsigned n = 1; result != 0; ++n) {
-        SCOPED_TRACE(n);
-        startAnew();
-        const pid_t child = fork();
-        if (child == 0) {
-            faults::reset();
-            faults::state().torn = true;
-            faults::state().before = [n](const char* call) {
-                if (faults::struck() || (faults::calls() + 1 == n && std::string(call) != "kalFileWrite"))
-                    _exit(1);
-                if (faults::calls() + 1 == n)
-                    faults::failAt(faults::anyCall, 1, injected);
-            };
-            for (const Step& step : workload())
-                step();
-            _exit(0);
-        }
-        ASSERT_EQ(waitpid(child, &result, 0), child);
-        ASSERT_TRUE(WIFEXITED(result));
-        expectDirtyOrComplete();
-    }
-}
-
-TEST_F(PageManagerFaults, AKillAtAnyMomentLeavesTheFileDirtyOrComplete)
-{
-    for (unsigned round = 0; round < 20; ++round) {
-        startAnew();
-        const pid_t child = fork();
-        if (child == 0)
-            while (true)
-                for (const Step& step : workload())
-                    step();
-        usleep(500 + 997 * round);
-        kill(child, SIGKILL);
-        ASSERT_EQ(waitpid(child, nullptr, 0), child);
-        expectDirtyOrComplete();
-    }
-}
-
-TEST_F(PageManagerFaults, ALossOfPowerFindsTheFileDirtyOrComplete)
-{
-    faults::reset();
-    watchDisk();
-    resultOfWorkload();
-    EXPECT_EQ(disk.waits, 6u) << "one to open, three for a backup, two to close";
-}
-
 TEST_F(PageManagerFaults, APageWaitsForTheMarkThatABackupCouldNotBringBack)
 {
-    faults::reset();
-    watchDisk();
+    std::string calls;
+    faults::state().before = [&](const std::string& call) { calls += call + " "; };
     ASSERT_EQ(open(), 0u);
+    EXPECT_TRUE(calls.ends_with("kalFileWrite kalFileSyncW ")) << calls;  // the mark is on the disk
     ASSERT_EQ(create("page"), 0u);
     faults::failAt("kalFileSyncW", 3, injected);  // pages, clean mark, dirty mark
     EXPECT_EQ(kalPageManagerBackupWhileRunning(manager), injected);
     EXPECT_TRUE(isComplete(backup()) && !isDirty(backup()));
+    calls.clear();
     EXPECT_EQ(change(0, "changed"), 0u);
     EXPECT_EQ(kalPageManagerFlushAllPages(manager), 0u);
-    EXPECT_EQ(disk.unsynced.size(), 1u);
+    EXPECT_LT(calls.find("kalFileSyncW"), calls.rfind("kalFileWrite")) << calls;
 }
 
 // After a failed close the handle is gone; the manager opens the file again when it needs it.
@@ -245,12 +140,10 @@ TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
     test::LogLines log;
     ASSERT_EQ(open(), 0u);
     ASSERT_EQ(create("page"), 0u);
-    faults::reset();
     faults::failAt("kalFileClose", 1, injected);
     EXPECT_EQ(close(), injected);
     EXPECT_EQ(log.count(KAL_LOG_ERROR, "could not close page manager file [0x4D - "), 1);
     EXPECT_TRUE(isDirty(file())) << "marked again";
-    EXPECT_EQ(visit(0), 0u);
     EXPECT_EQ(create("another"), 0u);
     void* body = nullptr;
     ASSERT_EQ(kalPageManagerLoadPage(manager, test::read, 1, &body), 0u);
@@ -258,8 +151,8 @@ TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
     EXPECT_EQ(kalPageManagerFlushPage(manager, body), injected);
     EXPECT_EQ(static_cast<char*>(body)[16 - 28], 1) << "still dirty";
 
-    faults::state().before = [&](const char* call) {
-        if (std::string(call) == "kalFileClose")
+    faults::state().before = [&](const std::string& call) {
+        if (call == "kalFileClose")
             std::filesystem::rename(dir / "db", dir / "elsewhere");
     };
     faults::failAt("kalFileClose", 1, injected);
@@ -271,6 +164,132 @@ TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
     std::filesystem::rename(dir / "elsewhere", dir / "db");
     EXPECT_EQ(close(), 0u);
     EXPECT_TRUE(isComplete(file()) && !isDirty(file()));
+}
+
+// ---- damage
+
+TEST_F(PageManagerFiles, PagesThatAreNotTheirOwnAreRefusedAndKeepTheLastGoodBackup)
+{
+    const std::string good = fileHeader(2) + page(0, 0, 0, 1, "good") + page(1, 0, 0, 2, "old");
+    writeFile(dir / "db.backup", good);
+    const std::pair<std::string, uint32_t> damaged[] = {
+        {fileHeader(2) + page(1, 0, 0, 1, "wrong number") + page(1, 0, 0, 2, "old"), 1},
+        {fileHeader(2) + std::string(2048, '\0') + page(1, 0, 0, 2, "old"), 1},
+        {fileHeader(1) + page(0, 0, 0, 1, "cut").substr(0, 2047), 8},
+    };
+    for (const auto& [bytes, status] : damaged) {
+        test::LogLines log;
+        writeFile(dir / "db", bytes);
+        ASSERT_EQ(open(), 0u);
+        EXPECT_EQ(visit(0), status);
+        EXPECT_EQ(visit(0), status) << "nothing of it stays in the cache";
+        EXPECT_EQ(kalPageManagerBackupWhileRunning(manager), 26u);
+        EXPECT_EQ(close(), 0u);
+        EXPECT_EQ(log.count(KAL_LOG_ERROR, "kalPageManagerBackup() could not backup database '"), 2);
+        EXPECT_TRUE(same(backup(), good));
+        EXPECT_FALSE(isDirty(file()));
+    }
+}
+
+TEST_F(PageManagerFiles, WhatAFileSaysOfReferencesAndFlagsIsNotBelieved)
+{
+    writeFile(dir / "db", fileHeader(1) + page(0, 77, 5, 9, "body"));
+    ASSERT_EQ(open(), 0u);
+    void* body = nullptr;
+    ASSERT_EQ(kalPageManagerLoadPage(manager, test::read, 0, &body), 0u);
+    EXPECT_EQ(kalPageManagerFlushPage(manager, body), 6u);
+    ASSERT_EQ(kalPageManagerSetPageDirty(manager, body) + kalPageManagerFlushPage(manager, body), 0u);
+    EXPECT_TRUE(same(file(), fileHeader(1, 0xFFFFFFFF, 1) + page(0, 1, 0, 9, "body")));
+}
+
+TEST_F(PageManagerFiles, GapsThatACrashLeftAreFilledAndLiesAreNot)
+{
+    // The header counts two pages that the file never got, and half of the one before is missing.
+    writeFile(dir / "db", fileHeader(4, 0, 1) + page(0, 0, 0, 1, "a") + page(1, 0, 0, 2, "b").substr(0, 1000));
+    ASSERT_EQ(open(), 0u);
+    EXPECT_EQ(visit(2), 15u);
+    ASSERT_EQ(create("new"), 0u);
+    ASSERT_EQ(kalPageManagerFlushAllPages(manager), 0u);
+    EXPECT_EQ(visit(1), 8u) << "the zeros before the new page do not make it whole";
+    EXPECT_EQ(visit(3), 15u);
+    ASSERT_EQ(close(), 0u);
+    const std::string filling = formattedPage() + formattedPage() + formattedPage();
+    EXPECT_TRUE(
+        same(withoutTimes(file()), fileHeader(5, 0) + page(0, 0, 0, 0, "a") + filling + page(4, 0, 0, 0, "new")));
+
+    // More pages than the header counts: new ones come after them.
+    writeFile(dir / "db", fileHeader(1) + page(0, 0, 0, 0, "a") + page(1, 0, 0, 0, "b") + "tail");
+    uint32_t number = 0;
+    ASSERT_EQ(open(), 0u);
+    ASSERT_EQ(create("c", &number), 0u);
+    EXPECT_EQ(number, 3u);
+    ASSERT_EQ(close(), 0u);
+
+    for (const uint32_t count : {1u + (1u << 14) + 1, 1u << 21, 0xFFFFFFFFu}) {
+        writeFile(dir / "db", fileHeader(count) + page(0, 0, 0, 0, "a"));
+        ASSERT_EQ(open(), 0u);
+        EXPECT_TRUE(count != 0xFFFFFFFF || create("none left") == 12);
+        ASSERT_EQ(close(), 0u);
+        EXPECT_TRUE(same(file(), fileHeader(count) + page(0, 0, 0, 0, "a")));
+        EXPECT_NE(test::u32At(backup(), 76), count) << "a file that lies is no backup";
+    }
+}
+
+// ---- backups
+
+TEST_F(PageManagerFiles, BackupsAreMadeReplacedAndRestored)
+{
+    std::filesystem::create_directory(dir / "cwd");
+    std::filesystem::current_path(dir / "cwd");
+    test::LogLines log;
+    uint32_t dirty = 7;
+    ASSERT_EQ(open(), 0u);
+    ASSERT_EQ(create("first"), 0u);
+    ASSERT_EQ(kalPageManagerBackupWhileRunning(manager), 0u);
+    EXPECT_TRUE(isComplete(backup()) && !isDirty(backup()));
+    EXPECT_TRUE(isComplete(file()) && isDirty(file()));
+    EXPECT_EQ(kalPageManagerFileIsDirty(path.c_str(), &dirty), 0u);
+    EXPECT_EQ(dirty, 1u);
+    ASSERT_EQ(change(0, "second"), 0u);
+    ASSERT_EQ(close(), 0u);
+    EXPECT_TRUE(same(file(), backup()));
+    EXPECT_EQ(log.count(KAL_LOG_DEBUG, "kalPageManagerBackup() backed-up '"), 2);
+    EXPECT_EQ(log.of(KAL_LOG_ERROR) + log.of(KAL_LOG_WARNING), "");
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "cwd")) << "no temporary file stays";
+
+    const std::string good = backup();
+    writeFile(dir / "db", "rubbish");
+    EXPECT_EQ(kalPageManagerRestore(path.c_str()), 0u);
+    EXPECT_TRUE(same(file(), good));
+    EXPECT_EQ(kalPageManagerFileIsDirty(path.c_str(), &dirty), 0u);
+    EXPECT_EQ(dirty, 0u);
+
+    // The copy fails: the old backup comes back. The working directory is gone: it is deleted.
+    std::filesystem::remove(dir / "db");
+    EXPECT_EQ(kalPageManagerBackup(path.c_str()), 13u);
+    EXPECT_TRUE(same(backup(), good));
+    EXPECT_EQ(log.of(KAL_LOG_WARNING), "Backup repository will be out of date!");
+    writeFile(dir / "db", "anything");
+    std::filesystem::remove(dir / "cwd");
+    EXPECT_EQ(kalPageManagerBackup(path.c_str()), 0u);
+    EXPECT_TRUE(same(backup(), "anything"));
+    EXPECT_EQ(log.count(KAL_LOG_WARNING, "Unable to get current working directory: "), 1);
+    EXPECT_EQ(log.count(KAL_LOG_ERROR, "Unable to maintian existing backup, deleting."), 1);
+}
+
+TEST_F(PageManagerFiles, ARelativePathIsFoundWhereverTheProcessGoes)
+{
+    std::filesystem::current_path(dir.path());
+    path = u"db";
+    const char16_t* location = nullptr;
+    ASSERT_EQ(open(), 0u);
+    EXPECT_EQ(kalPageManagerGetLocation(manager, &location), 0u);
+    EXPECT_EQ(location, path);
+    ASSERT_EQ(create("page"), 0u);
+    std::filesystem::current_path("/");
+    EXPECT_EQ(close(), 0u);
+    EXPECT_TRUE(isComplete(file()) && !isDirty(file()));
+    EXPECT_TRUE(same(file(), backup()));
 }
 
 }  // namespace

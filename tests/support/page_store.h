@@ -6,10 +6,7 @@
 #include "support/page_file_image.h"
 #include "support/temp_dir.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
-#include <string>
 
 namespace test {
 
@@ -21,6 +18,7 @@ protected:
     {
         if (manager != nullptr)
             kalPageManagerDeinitialize(manager);
+        std::filesystem::current_path("/");
     }
 
     uint32_t open(uint32_t cacheBytes = 0)
@@ -30,43 +28,39 @@ protected:
     uint32_t close()
     {
         const uint32_t status = kalPageManagerDeinitialize(manager);
-        if (status == 0)
-            manager = nullptr;
+        manager = status == 0 ? nullptr : manager;
         return status;
     }
     /// Creates a page with this text in its body and gives it back.
-    uint32_t create(const std::string& text, uint32_t* number = nullptr)
+    uint32_t create(std::string text, uint32_t* number = nullptr)
     {
         uint32_t page = 0;
         void* body = nullptr;
-        if (uint32_t status = kalPageManagerCreatePage(manager, write, &page, &body); status != 0)
-            return status;
-        std::memset(body, 0, 2020);
-        std::memcpy(body, text.data(), text.size());
-        if (number != nullptr)
-            *number = page;
-        return kalPageManagerUnloadPage(manager, body);
+        const uint32_t status = kalPageManagerCreatePage(manager, write, number != nullptr ? number : &page, &body);
+        text.resize(2020);
+        return status != 0 ? status : fill(body, text);
     }
     uint32_t change(uint32_t page, const std::string& text)
     {
         void* body = nullptr;
-        if (uint32_t status = kalPageManagerLoadPage(manager, write, page, &body); status != 0)
-            return status;
-        std::memcpy(body, text.data(), text.size());
-        kalPageManagerSetPageDirty(manager, body);
-        return kalPageManagerUnloadPage(manager, body);
+        const uint32_t status = kalPageManagerLoadPage(manager, write, page, &body);
+        return status != 0 ? status : fill(body, text);
     }
     uint32_t visit(uint32_t page)
     {
         void* body = nullptr;
-        if (uint32_t status = kalPageManagerLoadPage(manager, read, page, &body); status != 0)
-            return status;
-        return kalPageManagerUnloadPage(manager, body);
+        const uint32_t status = kalPageManagerLoadPage(manager, read, page, &body);
+        return status != 0 ? status : kalPageManagerUnloadPage(manager, body);
+    }
+    uint32_t fill(void* body, const std::string& text)
+    {
+        std::memcpy(body, text.data(), text.size());
+        const uint32_t status = kalPageManagerSetPageDirty(manager, body);
+        return status != 0 ? status : kalPageManagerUnloadPage(manager, body);
     }
 
     std::string file() const { return readFile(dir / "db"); }
     std::string backup() const { return readFile(dir / "db.backup"); }
-    bool hasBackup() const { return std::filesystem::exists(dir / "db.backup"); }
 
     TempDir dir;
     std::u16string path = (dir / "db").u16string();
