@@ -10,25 +10,14 @@
 
 namespace {
 
-using test::anyBlock;
-using test::Call;
-using test::closed;
-using test::Database;
-using test::make;
-using test::neverOpened;
-using test::Record;
-using test::Table;
-using test::Text;
-using test::valid;
-using test::Value;
-using test::wrongPointersGive;
+using namespace test;
 
 constexpr std::uint64_t fine = KALDB_SUCCESS, failure = KALDB_FAILURE, notOpen = KALDB_NOT_OPEN,
                         invalid = KALDB_INVALID_ARGUMENT, notApplicable = KALDB_NOT_APPLICABLE,
                         noFile = KALDB_FILE_NOT_FOUND, ended = KALDB_END_OF_ENUMERATION, beyond = KALDB_END_OF_FILE,
                         missing = KALDB_NOT_FOUND, present = KALDB_ALREADY_EXISTS, conflict = KALDB_LOCK_CONFLICT,
                         small = KALDB_BUFFER_TOO_SMALL, unsupported = KALDB_NOT_SUPPORTED, notAFile = KALDB_NOT_A_FILE,
-                        notText = KALDB_CONVERSION_FAILED, noSlot = KALDB_NO_FREE_SLOT;
+                        noSlot = KALDB_NO_FREE_SLOT;
 
 const char16_t* const halfPair = u"half \xD800 pair";
 const std::u16string longPath(5000, u'x');
@@ -45,7 +34,7 @@ std::uint32_t callBack()
 std::int32_t orderCallingBack(const void* probe, const void* stored)
 {
     callBack();
-    return test::byKey(probe, stored);
+    return byKey(probe, stored);
 }
 std::int32_t matchCallingBack(const void*, const void*) { return static_cast<std::int32_t>(callBack()); }
 std::uint32_t visitCallingBack(void*, const void*) { return callBack(); }
@@ -66,7 +55,7 @@ protected:
             EXPECT_EQ(table.insert(key, 0, &id), 0U);
         EXPECT_EQ(kaldbBinaryTableInsertRecord(r, &piece, &place), 0U);
         keys = table.allKeys();
-        test::writeFile(database.directory() / "file", "contents");
+        writeFile(database.directory() / "file", "contents");
         std::filesystem::create_directory(at("folder"));
     }
     ~Mistakes() override
@@ -76,7 +65,7 @@ protected:
         table.reopen(database);
         EXPECT_EQ(table.allKeys(), keys);
         EXPECT_EQ(database.errorsInFile(), 0U);
-        EXPECT_EQ(test::readFile(at("file")), "contents");
+        EXPECT_EQ(readFile(at("file")), "contents");
     }
     std::u16string at(const char* name) const { return (database.directory() / name).u16string(); }
 
@@ -152,7 +141,7 @@ TEST_F(Mistakes, WithPointersThatLeadNowhere)
     wrongPointersGive(invalid, kaldbBinaryPageFormat, kaldbBinaryPageInsertItem, kaldbBinaryPageGetItem,
                       kaldbBinaryPageUpdateItem, kaldbBinaryPageDeleteItem, kaldbBinaryPageIsFull,
                       kaldbBinaryPageGetCount, kaldbBinaryPageGetMaxCount);
-    test::validNumber = 21;  // a type of bytes
+    validNumber = 21;  // a type of bytes
     wrongPointersGive(invalid, kaldbVariantInitialize, kaldbVariantDeinitialize, kaldbVariantEmpty,
                       kaldbVariantAllocate, kaldbVariantSet, kaldbVariantSetID, kaldbVariantSetBinary,
                       kaldbVariantGetType, kaldbVariantGetSize, kaldbVariantGetID, kaldbVariantGetData,
@@ -177,37 +166,28 @@ TEST_F(Mistakes, WithPointersThatLeadNowhere)
           {fine, pmIsPageLocked, nullptr, body},
           {fine, pmIsPageLocked, valid<KALPageManager>, nullptr},
           {failure, kaldbForgetHandle, nullptr},
+          {unsupported, kaldbVariantUpdateRecord, nullptr},
+          {unsupported, kaldbVarStringUpdateRecord, nullptr},
           {fine, kalEnumeratorFree, valid<KALEnumerator>},
           {fine, kalPageTrackerDeinitialize, valid<KALPageTracker>},
           {fine, kalFileClose, valid<KALFile>}});
     EXPECT_GT(Call::made, 300);
 }
 
-TEST_F(Mistakes, WithTheDatabaseAndItsStores)
-{
-    Value longOne(std::string(100, 'x'));
-    Text text(8, u"a long text");
-    make({{invalid, kaldbDeinitialize, neverOpened<KALDBDatabase>},
-          {invalid, kaldbDeinitialize, nullptr},
-          {present, kaldbInitialize, at("other").c_str(), 0, &other, &size},
-          {present, kaldbInitialize, database.path().c_str(), 0, &other, &size},
-          {fine, kaldbDeinitBinaryTable, nullptr},
-          {notOpen, kaldbDeinitBinaryTable, nullptr},
-          {notOpen, kaldbVariantInsertRecord, &longOne.v},
-          {fine, kaldbInitBinaryTable, database.handle()},
-          {fine, kaldbDeinitVarStringTable, nullptr},
-          {notOpen, kaldbDeinitVarStringTable, nullptr},
-          {notOpen, kaldbVarStringInsertRecord, &text.s},
-          {fine, kaldbInitVarStringTable, database.handle()},
-          {unsupported, kaldbVariantUpdateRecord, nullptr},
-          {unsupported, kaldbVarStringUpdateRecord, nullptr}});
-    EXPECT_EQ(other, nullptr);
-    EXPECT_FALSE(std::filesystem::exists(at("other")));
-}
-
 TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
 {
     const KALDBTableInfo longer{u"A name too long for an index", 32, KALDB_CHAIN_GUID, 0, 0};
+    Value longOne(std::string(100, 'x'));
+    Text text(8, u"a long text");
+    make({{invalid, kaldbDeinitialize, neverOpened<KALDBDatabase>},
+          {present, kaldbInitialize, at("other").c_str(), 0, &other, &value},
+          {fine, kaldbDeinitBinaryTable, nullptr},
+          {notOpen, kaldbDeinitBinaryTable, nullptr},
+          {notOpen, kaldbVariantInsertRecord, &longOne.v},
+          {fine, kaldbDeinitVarStringTable, nullptr},
+          {notOpen, kaldbDeinitVarStringTable, nullptr},
+          {notOpen, kaldbVarStringInsertRecord, &text.s}});
+    EXPECT_FALSE(std::filesystem::exists(at("other")));
     ASSERT_EQ(table.enumerate(1, walk, false) + kaldbTableEnumerate(nullptr, &list), 0U);
     const std::initializer_list<Call> withHandles = {
         {notOpen, kaldbTableInsertRecord, t, &record, 0, nullptr},
@@ -216,8 +196,8 @@ TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
         {notOpen, kaldbTableDeleteRecordByID, t, &id},
         {notOpen, kaldbTableQueryID, t, &id, &record, 48},
         {notOpen, kaldbTableQueryPK, t, &record, &record, 48},
-        {notOpen, kaldbTableQueryPartialPK, t, 1, &record, test::byKey, &opening},
-        {notOpen, kaldbTableDeletePartialPK, t, &record, test::byKey},
+        {notOpen, kaldbTableQueryPartialPK, t, 1, &record, byKey, &opening},
+        {notOpen, kaldbTableDeletePartialPK, t, &record, byKey},
         {notOpen, kaldbTableUpdateCurrentRecord, t, walk, &record},
         {notOpen, kaldbTableEnumWithCallback, t, nullptr, visitCallingBack},
         {notOpen, kaldbBinaryTableInsertRecord, r, &piece, &place},
@@ -228,14 +208,12 @@ TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
         {notOpen, kalEnumeratorMoveNext, list},
     };
     ASSERT_EQ(database.close(), 0U);
-    const std::string closedFile = test::readFile(database.file());
+    const std::string closedFile = readFile(database.file());
     make(withHandles);
     make({{notOpen, kaldbDeinitialize, nullptr},
           {notOpen, kaldbBackupDatabaseWhileRunning, nullptr},
           {notOpen, kaldbTableExists, u"T", &value},
-          {notOpen, kaldbTableEnumerate, nullptr, &opening},
           {notOpen, kaldbTableOpen, nullptr, u"T", &table.callbacks, &opened},
-          {notOpen, kaldbTableCreate, nullptr, &info},
           {notOpen, kaldbTableCreate, nullptr, &longer}});
     database.open();
     make(withHandles);
@@ -249,7 +227,7 @@ TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
           {notOpen, kalEnumeratorGetItem, walk, &record, 48},
           {fine, kalEnumeratorFree, walk}});
     ASSERT_EQ(database.close(), 0U);
-    EXPECT_TRUE(test::readFile(database.file()) == closedFile);
+    EXPECT_TRUE(readFile(database.file()) == closedFile);
     database.open();
     table.open(database);
 }
@@ -265,14 +243,13 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
     make({{fine, kalEnumeratorCreate, &foreignCallbacks, nullptr, &foreign},
           {fine, kaldbTableEnumerate, nullptr, &list},
           {fine, kalBTreeFormat, tree, 256, sizeof record},
-          {fine, kalBTreeInsertItem, tree, &record, test::byKey, &slot},
+          {fine, kalBTreeInsertItem, tree, &record, byKey, &slot},
           {fine, kalBTreeEnumerate, tree, &reference, &items}});
     for (KALEnumerator* const e : {foreign, list, others, items})
         make({{invalid, kaldbTableUpdateCurrentRecord, t, e, &record}});
     for (KALEnumerator* const e : {foreign, list, others})
         make({{invalid, kalBTreeGetByEnumerator, tree, e, &body}});
     make({{unsupported, kalEnumeratorMoveFirst, list},
-          {unsupported, kalEnumeratorMoveFirst, others},
           {unsupported, kaldbTableDeleteCurrentRecord, p, foreign},
           {failure, kaldbTableQuery, t, nullptr},
           {conflict, kaldbTableCreate, nullptr, &info},
@@ -287,15 +264,14 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
           {unsupported, kaldbTableUpdateRecord, r, &record},
           {unsupported, kaldbTableDeleteRecord, r, &record, 0, nullptr},
           {unsupported, kaldbTableQueryPK, r, &record, &record, 48},
-          {unsupported, kaldbTableQueryPartialPK, r, 1, &record, test::byKey, &walk},
-          {unsupported, kaldbTableDeletePartialPK, r, &record, test::byKey},
+          {unsupported, kaldbTableQueryPartialPK, r, 1, &record, byKey, &walk},
+          {unsupported, kaldbTableDeletePartialPK, r, &record, byKey},
           {unsupported, kaldbTableEnumWithCallback, r, nullptr, visitCallingBack},
           {unsupported, kaldbBinaryTableInsertRecord, t, &piece, &place},
           {unsupported, kaldbBinaryTableUpdateRecord, t, &place, &piece},
           {unsupported, kaldbBinaryTableGetRecord, t, &place, &piece},
           {unsupported, kaldbBinaryTableDeleteRecord, t, &place},
           {small, kaldbBinaryTableInsertRecord, r, &tooLong, &place},
-          {small, kaldbBinaryTableUpdateRecord, r, &place, &tooLong},
           {invalid, kaldbBinaryTableInsertRecord, r, &noData, &place},
           {invalid, kaldbBinaryTableUpdateRecord, r, &place, &noData},
           {invalid, kaldbBinaryTableGetRecord, r, &place, &noData},
@@ -318,7 +294,6 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
         make({{missing, kaldbTableOpen, nullptr, name, &table.callbacks, &opened}});
     make({{missing, kaldbTableQueryID, t, &unknown, &record, 48},
           {missing, kaldbTableDeleteRecordByID, t, &unknown},
-          {invalid, kaldbTableOpen, nullptr, u"Plain", nullptr, &opened},
           {invalid, kaldbTableOpen, nullptr, u"Plain", &noCompare, &opened},
           {fine, kaldbTableCreate, nullptr, &unended},
           {present, kaldbTableCreate, nullptr, &unended}});
@@ -331,7 +306,7 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
 TEST_F(Mistakes, FromInsideCallbacks)
 {
     KALDBTable* second = nullptr;
-    ASSERT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &second), 0U);
+    ASSERT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &second) + plain.insert(5), 0U);
     table.close();
     table.callbacks = {orderCallingBack,
                        [](std::uint32_t, const void*, std::uint32_t*) { return callBack() + KALDB_FIELD_SUCCESS; },
@@ -347,11 +322,10 @@ TEST_F(Mistakes, FromInsideCallbacks)
     std::memcpy(above.data(), table.make(100, 0).data(), above.size());
     const std::initializer_list<Call> actions = {
         {conflict, kaldbTableInsertRecord, mine, bytes.data(), 0, nullptr},
-        {conflict, kaldbTableInsertRecord, second, bytes.data(), 0, nullptr},
         {conflict, kaldbTableUpdateRecord, mine, bytes.data()},
         {conflict, kaldbTableDeleteRecord, mine, bytes.data(), 0, nullptr},
         {conflict, kaldbTableDeleteRecordByID, mine, &third.id},
-        {conflict, kaldbTableDeletePartialPK, second, bytes.data(), test::byKey},
+        {conflict, kaldbTableDeletePartialPK, second, bytes.data(), byKey},
         {conflict, kaldbTableClose, mine},
         {conflict, kaldbTableClose, second},
         {conflict, kaldbForgetHandle, mine},
@@ -360,7 +334,8 @@ TEST_F(Mistakes, FromInsideCallbacks)
         {conflict, kaldbDeinitialize, nullptr},
         {conflict, kaldbBackupDatabaseWhileRunning, database.handle()},
         {conflict, kaldbInitialize, at("other").c_str(), 0, &other, &value},
-        {conflict, kaldbInitialize, database.path().c_str(), 0, &other, &value},
+        {fine, kaldbTableUpdateRecord, p, &record},  // other tables may be changed
+        {fine, kaldbTableQueryPK, p, &record, &record, 48},
     };
     const std::initializer_list<Call> callers = {
         {fine, kaldbTableQueryPK, mine, bytes.data(), found.data(), 48},
@@ -397,16 +372,10 @@ TEST_F(Mistakes, OfPages)
     make({{fine, kalPageManagerCreatePage, m, KALDB_LOCK_WRITE, &page, &body},
           {KALDB_OUT_OF_MEMORY, kalPageTrackerInitialize, most, 0, &tracker},
           {fine, kalPageTrackerInitialize, 1, 0, &tracker}});
-    make({{beyond, kalPageManagerLoadPage, m, 1, 99, &read},
-          {beyond, kalPageManagerLoadPage, m, 1, most, &read},
-          {noSlot, kalPageManagerLoadPage, m, 4, 0, &read},
+    make({{beyond, kalPageManagerLoadPage, m, 1, most, &read},
           {noSlot, kalPageManagerLoadPage, m, most, 0, &read},
-          {noSlot, kalPageManagerCreatePage, m, 4, &page, &read},
-          {beyond, kalPageManagerUnlockPage, m, 99},
           {beyond, kalPageManagerUnlockPage, m, most},
           {failure, kalPageManagerReferencePage, m, body},
-          {fine, kalPageManagerFlushPage, m, body},
-          {notApplicable, kalPageManagerFlushPage, m, body},
           {noFile, kalPageManagerRestore, at("pages").c_str()},
           {failure, kalPageManagerFileIsDirty, at("file").c_str(), &value},
           {invalid, kalPageTrackerLockPage, tracker, most, 1},
@@ -441,12 +410,9 @@ TEST_F(Mistakes, OfTreesAndPieces)
                                                     {fine, kalBTreeInsertItem, tree, &key, compare, &slot},
                                                     {fine, kalBTreeInsertItem, tree, &before, compare, &slot}};
     make(oneAndFive);
-    make({{missing, kalBTreeDeleteIndex, tree, 12, compare},
-          {missing, kalBTreeDeleteIndex, tree, KALDB_NO_SLOT, compare},
-          {missing, kalBTreeGetIndex, tree, 12, &body},
+    make({{missing, kalBTreeDeleteIndex, tree, KALDB_NO_SLOT, compare},
           {missing, kalBTreeGetIndex, tree, KALDB_NO_SLOT, &body},
           {failure, kalBTreeEnumerate, tree, &nothing, &walk},
-          {missing, kalBTreeSearchPartialKey, tree, &unknown, compare, &reference, &walk},
           {present, kalBTreeSplit, tree, tree, 1, compare}});
     // A compare function that takes the page away under the search, or its own enumerator.
     for (const std::uint32_t itemSize : {8U, 16U, 100U}) {
@@ -507,13 +473,11 @@ TEST_F(Mistakes, OfValues)
               {failure, kaldbVariantDeleteRecord, &oddAndLong.v}});
     }
     make({{invalid, kaldbVariantSetBinary, &shortOne.v, 21, nullptr, 3},
-          {small, kaldbVariantGetData, &stored.v, &record, &size},
           {failure, kaldbVariantInsertRecord, &bytes.v},
           {notOpen, kaldbVariantGetData, &copies[0].v, anyBlock.data(), &enough},
           {notOpen, kaldbVariantInsertRecord, &copies[0].v},
           {missing, kaldbVariantGetRecord, &copies[1].v},
           {missing, kaldbVariantDeleteRecord, &copies[2].v},
-          {small, kaldbVarStringCopy, &text.s, wide.data(), 8},
           {notOpen, kaldbVarStringCopy, &textCopies[0].s, wide.data(), 8},
           {notOpen, kaldbVarStringDup, &text.s, &textCopies[0].s},
           {notOpen, kaldbVarStringCompare, &text.s, &textCopies[0].s, &order},
@@ -525,10 +489,10 @@ TEST_F(Mistakes, OfValues)
         Value wrong(stored);
         Text wrongText(text);
         wrong.v.size = wrongText.s.length = lie;
-        make({{failure, kaldbVariantGetRecord, &wrong.v},
-              {failure, kaldbVariantDeleteRecord, &wrong.v},
-              {failure, kaldbVarStringGetRecord, &wrongText.s},
-              {failure, kaldbVarStringDeleteRecord, &wrongText.s}});
+        for (const auto operation : {kaldbVariantGetRecord, kaldbVariantDeleteRecord})
+            make({{failure, operation, &wrong.v}});
+        for (const auto operation : {kaldbVarStringGetRecord, kaldbVarStringDeleteRecord})
+            make({{failure, operation, &wrongText.s}});
     }
     EXPECT_EQ(stored.fetch() + text.fetch(), 0U);
     EXPECT_EQ(stored.get(), std::string(100, 'x'));

@@ -7,9 +7,9 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <type_traits>
-#include <utility>
 
 namespace test {
 
@@ -26,59 +26,19 @@ class Call {
 public:
     template <class Result, class... Parameters>
     Call(Expected expected, Result (*operation)(Parameters...), std::type_identity_t<Parameters>... arguments)
-        : expected_(expected), operation_(reinterpret_cast<Operation>(operation)),
-          invoke_(&invoke<Result, Parameters...>), arguments_{pack(arguments)...}
+        : expected_(expected), call_([=] { return static_cast<std::uint64_t>(operation(arguments...)); })
     {
     }
-
     void make() const
     {
         ++made;
-        EXPECT_EQ(invoke_(operation_, arguments_), expected_.result) << "line " << expected_.line;
+        EXPECT_EQ(call_(), expected_.result) << "line " << expected_.line;
     }
-    Call with(std::size_t argument, const void* pointer) const
-    {
-        Call changed = *this;
-        changed.arguments_[argument] = pack(pointer);
-        return changed;
-    }
-
     static inline int made = 0;
 
 private:
-    using Operation = void (*)();
-    using Arguments = std::array<std::uint64_t, 5>;
-
-    template <class Type>
-    static std::uint64_t pack(Type value)
-    {
-        if constexpr (std::is_pointer_v<Type>)
-            return reinterpret_cast<std::uintptr_t>(value);
-        else
-            return value;
-    }
-    template <class Type>
-    static Type unpack(std::uint64_t value)
-    {
-        if constexpr (std::is_pointer_v<Type>)
-            return reinterpret_cast<Type>(static_cast<std::uintptr_t>(value));
-        else
-            return static_cast<Type>(value);
-    }
-    template <class Result, class... Parameters>
-    static std::uint64_t invoke(Operation operation, const Arguments& arguments)
-    {
-        const auto call = [&]<std::size_t... at>(std::index_sequence<at...>)
-        {
-            return reinterpret_cast<Result (*)(Parameters...)>(operation)(unpack<Parameters>(arguments[at])...);
-        };
-        return call(std::index_sequence_for<Parameters...>{});
-    }
-
     Expected expected_;
-    Operation operation_;
-    std::uint64_t (*invoke_)(Operation, const Arguments&);
-    Arguments arguments_;
+    std::function<std::uint64_t()> call_;
 };
 
 inline void make(std::initializer_list<Call> calls)
@@ -99,26 +59,26 @@ template <class Handle>
 Handle* closed = nullptr;
 inline std::uint64_t validNumber = 1;
 
-template <class Parameter>
-Parameter validArgument()
-{
-    if constexpr (std::is_pointer_v<Parameter>)
-        return valid<std::remove_const_t<std::remove_pointer_t<Parameter>>>;
-    else
-        return static_cast<Parameter>(validNumber);
-}
+enum class Wrong { null, closed, never, nothing };
 
-template <class Parameter>
-void makeWithWrong(std::size_t at, const Call& call)
+template <class Type>
+Type argument(Wrong wrong)
 {
-    using Object = std::remove_pointer_t<Parameter>;
-    if (!std::is_pointer_v<Parameter> || std::is_same_v<Object, KALDBDatabase>)  // databases may be null everywhere
-        return;
-    call.with(at, nullptr).make();
-    if (closed<Object> == nullptr)
-        return;
-    call.with(at, reinterpret_cast<const void*>(closed<Object>)).make();
-    call.with(at, anyBlock.data()).make();
+    if constexpr (std::is_pointer_v<Type>) {
+        using Object = std::remove_const_t<std::remove_pointer_t<Type>>;
+        const std::array<Type, 4> pointers{nullptr, closed<Object>, neverOpened<Object>, valid<Object>};
+        return pointers[static_cast<std::size_t>(wrong)];
+    } else {
+        return static_cast<Type>(validNumber);
+    }
+}
+template <class Type>
+bool mayBe(Wrong wrong)  // databases may be null everywhere
+{
+    if constexpr (std::is_pointer_v<Type> && !std::is_same_v<Type, KALDBDatabase*>)
+        return wrong == Wrong::null || closed<std::remove_const_t<std::remove_pointer_t<Type>>> != nullptr;
+    else
+        return false;
 }
 
 /// Calls each operation once for each of its pointers with null in the place of that one, for handles also with one
@@ -127,11 +87,14 @@ template <std::size_t mayBeNull = 99, class... Operations>
 void wrongPointersGive(Expected expected, Operations... operations)
 {
     int number = 0;
-    const auto makeEach = [&]<class Result, class... Parameters>(Result (*operation)(Parameters...)) {
+    const auto makeEach = [&]<class Result, class... Types>(Result (*operation)(Types...)) {
         SCOPED_TRACE("operation " + std::to_string(++number));
-        const Call call{expected, operation, validArgument<Parameters>()...};
-        std::size_t at = 0;
-        ((at == mayBeNull ? void() : makeWithWrong<Parameters>(at, call), ++at), ...);
+        for (const Wrong wrong : {Wrong::null, Wrong::closed, Wrong::never})
+            for (std::size_t i = 0; i < sizeof...(Types); ++i) {
+                auto turn = [&, at = std::size_t{0}]() mutable { return at++ == i ? wrong : Wrong::nothing; };
+                if (i != mayBeNull && std::array{mayBe<Types>(wrong)...}[i])
+                    Call{expected, operation, argument<Types>(turn())...}.make();
+            }
     };
     (makeEach(operations), ...);
 }
