@@ -69,11 +69,7 @@ public:
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
-    std::uint32_t tryOpen()
-    {
-        std::uint32_t isNew = 0;
-        return kaldbInitialize(path_.c_str(), cacheBytes_, &handle_, &isNew);
-    }
+    std::uint32_t tryOpen() { return kaldbInitialize(path_.c_str(), cacheBytes_, &handle_, &isNew_); }
     void open() { ASSERT_EQ(tryOpen(), 0U); }
     std::uint32_t close()
     {
@@ -83,6 +79,7 @@ public:
     }
 
     KALDBDatabase* handle() const { return handle_; }
+    std::uint32_t isNew() const { return isNew_; }
     const std::u16string& path() const { return path_; }
     std::filesystem::path file() const { return directory_ / "db"; }
     std::filesystem::path backup() const { return directory_ / "db.backup"; }
@@ -100,7 +97,7 @@ public:
 private:
     TempDir directory_;
     std::u16string path_;
-    std::uint32_t cacheBytes_;
+    std::uint32_t cacheBytes_, isNew_ = 7;
     KALDBDatabase* handle_ = nullptr;
 };
 
