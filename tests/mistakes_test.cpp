@@ -55,6 +55,7 @@ protected:
             EXPECT_EQ(table.insert(key, 0, &id), 0U);
         EXPECT_EQ(kaldbBinaryTableInsertRecord(r, &piece, &place), 0U);
         keys = table.allKeys();
+        valid<KALDBBinaryRecord> = &piece, valid<KALDBIndexRecord> = &place;
         writeFile(database.directory() / "file", "contents");
         std::filesystem::create_directory(at("folder"));
     }
@@ -189,34 +190,29 @@ TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
           {notOpen, kaldbVarStringInsertRecord, &text.s}});
     EXPECT_FALSE(std::filesystem::exists(at("other")));
     ASSERT_EQ(table.enumerate(1, walk, false) + kaldbTableEnumerate(nullptr, &list), 0U);
-    const std::initializer_list<Call> withHandles = {
-        {notOpen, kaldbTableInsertRecord, t, &record, 0, nullptr},
-        {notOpen, kaldbTableUpdateRecord, t, &record},
-        {notOpen, kaldbTableDeleteRecord, t, &record, 0, nullptr},
-        {notOpen, kaldbTableDeleteRecordByID, t, &id},
-        {notOpen, kaldbTableQueryID, t, &id, &record, 48},
-        {notOpen, kaldbTableQueryPK, t, &record, &record, 48},
-        {notOpen, kaldbTableQueryPartialPK, t, 1, &record, byKey, &opening},
-        {notOpen, kaldbTableDeletePartialPK, t, &record, byKey},
-        {notOpen, kaldbTableUpdateCurrentRecord, t, walk, &record},
-        {notOpen, kaldbTableEnumWithCallback, t, nullptr, visitCallingBack},
-        {notOpen, kaldbBinaryTableInsertRecord, r, &piece, &place},
-        {notOpen, kaldbBinaryTableGetRecord, r, &place, &piece},
-        {notOpen, kalEnumeratorGetItem, walk, &record, 48},
-        {notOpen, kalEnumeratorMoveNext, walk},
-        {notOpen, kalEnumeratorGetItem, list, &info, 88},
-        {notOpen, kalEnumeratorMoveNext, list},
+    const auto useHandles = [&] {
+        valid<KALDBTable> = t;
+        for (KALEnumerator* const each : {walk, list}) {
+            valid<KALEnumerator> = each;
+            callsGive(notOpen, kalEnumeratorGetItem, kalEnumeratorMoveNext);
+        }
+        valid<KALEnumerator> = walk;
+        callsGive(notOpen, kaldbTableInsertRecord, kaldbTableUpdateRecord, kaldbTableDeleteRecord,
+                  kaldbTableDeleteRecordByID, kaldbTableQueryID, kaldbTableQueryPK, kaldbTableQueryPartialPK,
+                  kaldbTableDeletePartialPK, kaldbTableUpdateCurrentRecord, kaldbTableEnumWithCallback);
+        valid<KALDBTable> = r;
+        callsGive(notOpen, kaldbBinaryTableInsertRecord, kaldbBinaryTableGetRecord);
     };
     ASSERT_EQ(database.close(), 0U);
     const std::string closedFile = readFile(database.file());
-    make(withHandles);
+    useHandles();
     make({{notOpen, kaldbDeinitialize, nullptr},
           {notOpen, kaldbBackupDatabaseWhileRunning, nullptr},
           {notOpen, kaldbTableExists, u"T", &value},
           {notOpen, kaldbTableOpen, nullptr, u"T", &table.callbacks, &opened},
           {notOpen, kaldbTableCreate, nullptr, &longer}});
     database.open();
-    make(withHandles);
+    useHandles();
     EXPECT_TRUE(Database::holdsNothing());
     make({{fine, kalEnumeratorFree, walk}, {fine, kalEnumeratorFree, list}});
     table.close();
@@ -260,25 +256,18 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
     KALDBBinaryRecord tooLong{anyBlock.data(), 17, 17, KALDB_NO_PAGE, KALDB_NO_SLOT}, noData{nullptr, 8, 8, 0, 0};
     KALDBIndexRecord nowhere = place, freeSlot = place, catalogue = place, noIndex = place;
     nowhere.page = most, catalogue.page = 0, noIndex.index = KALDB_NO_SLOT, ++freeSlot.index;
-    make({{unsupported, kaldbTableInsertRecord, r, &record, 0, &id},
-          {unsupported, kaldbTableUpdateRecord, r, &record},
-          {unsupported, kaldbTableDeleteRecord, r, &record, 0, nullptr},
-          {unsupported, kaldbTableQueryPK, r, &record, &record, 48},
-          {unsupported, kaldbTableQueryPartialPK, r, 1, &record, byKey, &walk},
-          {unsupported, kaldbTableDeletePartialPK, r, &record, byKey},
-          {unsupported, kaldbTableEnumWithCallback, r, nullptr, visitCallingBack},
-          {unsupported, kaldbBinaryTableInsertRecord, t, &piece, &place},
-          {unsupported, kaldbBinaryTableUpdateRecord, t, &place, &piece},
-          {unsupported, kaldbBinaryTableGetRecord, t, &place, &piece},
-          {unsupported, kaldbBinaryTableDeleteRecord, t, &place},
-          {small, kaldbBinaryTableInsertRecord, r, &tooLong, &place},
+    valid<KALDBTable> = r;
+    callsGive(unsupported, kaldbTableInsertRecord, kaldbTableUpdateRecord, kaldbTableDeleteRecord, kaldbTableQueryPK,
+              kaldbTableQueryPartialPK, kaldbTableDeletePartialPK, kaldbTableEnumWithCallback,
+              kaldbTableDeleteRecordByID, kaldbTableQueryID);
+    valid<KALDBTable> = p;
+    callsGive(unsupported, kaldbTableDeleteRecordByID, kaldbTableQueryID, kaldbBinaryTableInsertRecord,
+              kaldbBinaryTableUpdateRecord, kaldbBinaryTableGetRecord, kaldbBinaryTableDeleteRecord);
+    make({{small, kaldbBinaryTableInsertRecord, r, &tooLong, &place},
           {invalid, kaldbBinaryTableInsertRecord, r, &noData, &place},
           {invalid, kaldbBinaryTableUpdateRecord, r, &place, &noData},
           {invalid, kaldbBinaryTableGetRecord, r, &place, &noData},
           {missing, kaldbBinaryTableDeleteRecord, r, &freeSlot}});
-    for (KALDBTable* const withoutIndex : {r, p})
-        make({{unsupported, kaldbTableDeleteRecordByID, withoutIndex, &id},
-              {unsupported, kaldbTableQueryID, withoutIndex, &id, &record, 48}});
     for (const KALDBIndexRecord& wrong : {nowhere, noIndex, catalogue})
         make({{missing, kaldbBinaryTableGetRecord, r, &wrong, &piece},
               {missing, kaldbBinaryTableUpdateRecord, r, &wrong, &piece},
@@ -320,22 +309,20 @@ TEST_F(Mistakes, FromInsideCallbacks)
     std::array<char, 48> bytes{}, found{}, above{};
     std::memcpy(bytes.data(), &third, sizeof third);
     std::memcpy(above.data(), table.make(100, 0).data(), above.size());
-    const std::initializer_list<Call> actions = {
-        {conflict, kaldbTableInsertRecord, mine, bytes.data(), 0, nullptr},
-        {conflict, kaldbTableUpdateRecord, mine, bytes.data()},
-        {conflict, kaldbTableDeleteRecord, mine, bytes.data(), 0, nullptr},
-        {conflict, kaldbTableDeleteRecordByID, mine, &third.id},
-        {conflict, kaldbTableDeletePartialPK, second, bytes.data(), byKey},
-        {conflict, kaldbTableClose, mine},
-        {conflict, kaldbTableClose, second},
-        {conflict, kaldbForgetHandle, mine},
-        {conflict, kaldbForgetHandle, database.handle()},
-        {conflict, kaldbDeinitialize, database.handle()},
-        {conflict, kaldbDeinitialize, nullptr},
-        {conflict, kaldbBackupDatabaseWhileRunning, database.handle()},
-        {conflict, kaldbInitialize, at("other").c_str(), 0, &other, &value},
-        {fine, kaldbTableUpdateRecord, p, &record},  // other tables may be changed
-        {fine, kaldbTableQueryPK, p, &record, &record, 48},
+    const auto refuse = [&] {
+        for (KALDBTable* const handle : {mine, second}) {
+            valid<KALDBTable> = handle;
+            callsGive(conflict, kaldbTableInsertRecord, kaldbTableUpdateRecord, kaldbTableDeleteRecord,
+                      kaldbTableDeleteRecordByID, kaldbTableDeletePartialPK, kaldbTableClose);
+        }
+        make({{conflict, kaldbForgetHandle, mine},
+              {conflict, kaldbForgetHandle, database.handle()},
+              {conflict, kaldbDeinitialize, database.handle()},
+              {conflict, kaldbDeinitialize, nullptr},
+              {conflict, kaldbBackupDatabaseWhileRunning, database.handle()},
+              {conflict, kaldbInitialize, at("other").c_str(), 0, &other, &value},
+              {fine, kaldbTableUpdateRecord, p, &record},  // other tables may be changed
+              {fine, kaldbTableQueryPK, p, &record, &record, 48}});
     };
     const std::initializer_list<Call> callers = {
         {fine, kaldbTableQueryPK, mine, bytes.data(), found.data(), 48},
@@ -347,14 +334,13 @@ TEST_F(Mistakes, FromInsideCallbacks)
         {fine, kaldbTableEnumWithCallback, mine, nullptr, visitCallingBack},
         {fine, kaldbTableDeletePartialPK, mine, &below, orderCallingBack},
     };
-    for (const Call& action : actions)
-        for (const Call& caller : callers) {
-            std::memcpy(bytes.data(), &third, sizeof third);
-            during = [&] { action.make(); };
-            caller.make();
-            EXPECT_FALSE(during) << "nobody was called back";
-            ASSERT_TRUE(Database::holdsNothing());
-        }
+    for (const Call& caller : callers) {
+        std::memcpy(bytes.data(), &third, sizeof third);
+        during = refuse;
+        caller.make();
+        EXPECT_FALSE(during) << "nobody was called back";
+        ASSERT_TRUE(Database::holdsNothing());
+    }
     ASSERT_EQ(table.enumerate(3, walk, true, matchCallingBack), 0U);
     freeDuringMove(walk, fine);
     ASSERT_EQ(table.enumerate(38, walk, true, orderCallingBack), 0U);
@@ -443,13 +429,8 @@ TEST_F(Mistakes, OfTreesAndPieces)
 
 TEST_F(Mistakes, OfValues)
 {
-    Value shortOne("abc"), stored(std::string(100, 'x')), bytes(std::string(100, 'x'), 15);
+    Value shortOne("abc"), odd("abc"), oddAndLong("abc"), bytes(std::string(100, 'x'), 15);
     Text text(8, u"a text that is long");
-    std::array<char16_t, 8> wide{};
-    const void* data = &record;
-    std::uint32_t enough = 100;
-    std::int32_t order = 0;
-    ASSERT_EQ(stored.store() + text.store(), 0U);
     Value copies[3];  // of a value whose memory is no more
     Text textCopies[3];
     {
@@ -458,16 +439,15 @@ TEST_F(Mistakes, OfValues)
         std::fill(std::begin(copies), std::end(copies), gone);
         std::fill(std::begin(textCopies), std::end(textCopies), goneText);
     }
+    std::array<char16_t, 8> wide{};
+    std::uint32_t enough = 100;
+    std::int32_t order = 0;
     for (const std::uint32_t type : {22U, most}) {
-        Value odd("abc"), oddAndLong(odd);
         odd.v.type = oddAndLong.v.type = type;
         oddAndLong.v.size = 100;
         make({{unsupported, kaldbVariantSet, &shortOne.v, type, "abc", 3},
-              {unsupported, kaldbVariantSetBinary, &shortOne.v, type, "abc", 3},
-              {unsupported, kaldbVariantSetPrimitive, &shortOne.v, type, "abc"},
               {unsupported, kaldbVariantSetString, &shortOne.v, type, "abc"},
               {unsupported, kaldbVariantGetData, &odd.v, &record, &size},
-              {unsupported, kaldbVariantGetDataPointer, &odd.v, &data},
               {failure, kaldbVariantInsertRecord, &oddAndLong.v},
               {failure, kaldbVariantGetRecord, &oddAndLong.v},
               {failure, kaldbVariantDeleteRecord, &oddAndLong.v}});
@@ -485,17 +465,6 @@ TEST_F(Mistakes, OfValues)
           {notOpen, kaldbVarStringInsertRecord, &textCopies[0].s},
           {missing, kaldbVarStringGetRecord, &textCopies[1].s},
           {missing, kaldbVarStringDeleteRecord, &textCopies[2].s}});
-    for (const std::uint32_t lie : {99U, 101U, 5000U, most}) {
-        Value wrong(stored);
-        Text wrongText(text);
-        wrong.v.size = wrongText.s.length = lie;
-        for (const auto operation : {kaldbVariantGetRecord, kaldbVariantDeleteRecord})
-            make({{failure, operation, &wrong.v}});
-        for (const auto operation : {kaldbVarStringGetRecord, kaldbVarStringDeleteRecord})
-            make({{failure, operation, &wrongText.s}});
-    }
-    EXPECT_EQ(stored.fetch() + text.fetch(), 0U);
-    EXPECT_EQ(stored.get(), std::string(100, 'x'));
     EXPECT_EQ(text.get(), u"a text that is long");
 }
 

@@ -171,7 +171,7 @@ private:
     }
     std::vector<std::int64_t> hundred(std::int64_t key) const
     {
-        const std::int64_t first = (key >= 0 ? key / 100 : (key - 99) / 100) * 100;
+        const std::int64_t first = test::hundredOf(key) * 100;
         std::vector<std::int64_t> keys;
         for (auto row = rows_.lower_bound(first); row != rows_.end() && row->first < first + 100; ++row)
             keys.push_back(row->first);

@@ -23,10 +23,8 @@ constexpr std::uint32_t tooSmall = KALDB_BUFFER_TOO_SMALL, ended = KALDB_END_OF_
 
 std::uint32_t create(const std::u16string& name, std::uint32_t recordSize, std::uint32_t flags)
 {
-    KALDBTableInfo made{};
+    KALDBTableInfo made{{}, recordSize, flags, 0, 0};
     name.copy(made.name, 32);
-    made.recordSize = recordSize;
-    made.flags = flags;
     return kaldbTableCreate(nullptr, &made);
 }
 

@@ -81,6 +81,16 @@ bool mayBe(Wrong wrong)  // databases may be null everywhere
         return false;
 }
 
+/// Calls each operation with valid arguments.
+template <class... Operations>
+void callsGive(Expected expected, Operations... operations)
+{
+    const auto makeOne = [&]<class Result, class... Types>(Result (*operation)(Types...)) {
+        Call{expected, operation, argument<Types>(Wrong::nothing)...}.make();
+    };
+    (makeOne(operations), ...);
+}
+
 /// Calls each operation once for each of its pointers with null in the place of that one, for handles also with one
 /// that is closed and one that never was. Parameter `mayBeNull`, counted from 0, is left out.
 template <std::size_t mayBeNull = 99, class... Operations>

@@ -99,14 +99,10 @@ public:
         PageImage& page = pages[number];
         const std::size_t stride = sizeof(KALDBBinarySlot) + slotDataSize;
         const auto maxCount = static_cast<std::uint32_t>((usablePageSize - sizeof(KALDBBinaryPage)) / stride);
-        page.put(PageImage::typed, KALDBBinaryPage{sizeof(KALDBBinaryPage),
-                                                   {'B', 'P', 'G'},
-                                                   usablePageSize,
-                                                   slotDataSize,
-                                                   maxCount,
-                                                   static_cast<std::uint32_t>(pieces.size()),
-                                                   0xFFFF,
-                                                   0});
+        const auto count = static_cast<std::uint32_t>(pieces.size());
+        const KALDBBinaryPage header{
+            sizeof header, {'B', 'P', 'G'}, usablePageSize, slotDataSize, maxCount, count, 0xFFFF, 0};
+        page.put(PageImage::typed, header);
         for (std::size_t i = 0; i < maxCount; ++i) {
             const auto length = static_cast<std::uint32_t>(i < pieces.size() ? pieces[i].size() : 0);
             const std::size_t at = binarySlot(number, i);
