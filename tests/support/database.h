@@ -37,10 +37,7 @@ Field fieldOf(const void* record, std::size_t offset)
 
 inline std::int64_t keyOf(const void* record) { return fieldOf<std::int64_t>(record, offsetof(Record, key)); }
 
-inline int32_t order(std::int64_t first, std::int64_t second)
-{
-    return first < second ? -1 : first > second ? 1 : 0;
-}
+inline int32_t order(std::int64_t first, std::int64_t second) { return first < second ? -1 : first > second ? 1 : 0; }
 inline int32_t byKey(const void* probe, const void* stored) { return order(keyOf(probe), keyOf(stored)); }
 
 /// Partial order: keys of the same hundred match.
