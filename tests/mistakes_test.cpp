@@ -55,7 +55,10 @@ protected:
             EXPECT_EQ(table.insert(key, 0, &id), 0U);
         EXPECT_EQ(kaldbBinaryTableInsertRecord(r, &piece, &place), 0U);
         keys = table.allKeys();
-        valid<KALDBBinaryRecord> = &piece, valid<KALDBIndexRecord> = &place;
+        valid<KALDBTable> = t, valid<KALPageManager> = kaldb::kaldbChainGetPageManager();
+        valid<KALBTreePage> = tree, valid<KALDBBinaryPage> = slots, valid<KALDBChainCallbacks> = &table.callbacks;
+        valid<KALDBBinaryRecord> = &piece, valid<KALDBIndexRecord> = &place, valid<char16_t> = name;
+        valid<void> = anyBlock.data(), valid<std::uint32_t> = &value, validNumber = 1;
         writeFile(database.directory() / "file", "contents");
         std::filesystem::create_directory(at("folder"));
     }
@@ -68,8 +71,9 @@ protected:
         EXPECT_EQ(database.errorsInFile(), 0U);
         EXPECT_EQ(readFile(at("file")), "contents");
     }
-    std::u16string at(const char* name) const { return (database.directory() / name).u16string(); }
+    std::u16string at(const char* entry) const { return (database.directory() / entry).u16string(); }
 
+    char16_t name[2] = u"T";
     Database database;
     Table table{database, u"T", 48}, raw{database, u"Raw", 16, KALDB_CHAIN_BINARY}, plain{database, u"Plain", 48, 0};
     KALDBTable *const t = table.handle(), *const r = raw.handle(), *const p = plain.handle(), *opened = nullptr;
@@ -93,7 +97,6 @@ protected:
 TEST_F(Mistakes, WithPointersThatLeadNowhere)
 {
     const std::u16string path = at("file"), pages = at("pages");
-    char16_t name[] = u"T";
     Value variant;
     Text string;
     make({{fine, kaldbTableOpen, nullptr, u"T", &table.callbacks, &closed<KALDBTable>},
@@ -111,10 +114,7 @@ TEST_F(Mistakes, WithPointersThatLeadNowhere)
           {fine, kalPageManagerDeinitialize, closed<KALPageManager>},
           {fine, kalPageTrackerDeinitialize, closed<KALPageTracker>},
           {fine, kalFileClose, closed<KALFile>}});
-    valid<KALDBTable> = t, valid<KALPageManager> = kaldb::kaldbChainGetPageManager();
-    valid<KALBTreePage> = tree, valid<KALDBBinaryPage> = slots;
     valid<KALDBVariant> = &variant.v, valid<KALDBVarString> = &string.s;
-    valid<KALDBChainCallbacks> = &table.callbacks, valid<char16_t> = name;
     wrongPointersGive(invalid, kaldbTableCreate, kaldbTableExists, kaldbTableOpen, kaldbTableClose, kaldbTableGetInfo,
                       kaldbTableEnumerate, kaldbTableUpdateRecord, kaldbTableDeleteRecordByID, kaldbTableQueryID,
                       kaldbTableQueryPK, kaldbTableQueryPartialPK, kaldbTableUpdateCurrentRecord,
@@ -268,10 +268,11 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
           {invalid, kaldbBinaryTableUpdateRecord, r, &place, &noData},
           {invalid, kaldbBinaryTableGetRecord, r, &place, &noData},
           {missing, kaldbBinaryTableDeleteRecord, r, &freeSlot}});
-    for (const KALDBIndexRecord& wrong : {nowhere, noIndex, catalogue})
-        make({{missing, kaldbBinaryTableGetRecord, r, &wrong, &piece},
-              {missing, kaldbBinaryTableUpdateRecord, r, &wrong, &piece},
-              {missing, kaldbBinaryTableDeleteRecord, r, &wrong}});
+    valid<KALDBTable> = r;
+    for (KALDBIndexRecord* const wrong : {&nowhere, &noIndex, &catalogue}) {
+        valid<KALDBIndexRecord> = wrong;
+        callsGive(missing, kaldbBinaryTableGetRecord, kaldbBinaryTableUpdateRecord, kaldbBinaryTableDeleteRecord);
+    }
 
     const KALDBID unknown{0xFFFF, 0, 0, 999};
     const KALDBChainCallbacks noCompare{};
@@ -279,15 +280,15 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
     KALDBTableInfo unended{};
     std::fill(std::begin(unended.name), std::end(unended.name), u'n');
     unended.recordSize = 48;
-    for (const char16_t* const name : {unending.data(), u"", longPath.c_str()})
-        make({{missing, kaldbTableOpen, nullptr, name, &table.callbacks, &opened}});
+    for (const char16_t* const each : {unending.data(), u"", longPath.c_str()})
+        make({{missing, kaldbTableOpen, nullptr, each, &table.callbacks, &opened}});
     make({{missing, kaldbTableQueryID, t, &unknown, &record, 48},
           {missing, kaldbTableDeleteRecordByID, t, &unknown},
           {invalid, kaldbTableOpen, nullptr, u"Plain", &noCompare, &opened},
           {fine, kaldbTableCreate, nullptr, &unended},
           {present, kaldbTableCreate, nullptr, &unended}});
-    for (const char16_t* const name : {unending.data(), u"Raw"}) {
-        ASSERT_EQ(kaldbTableOpen(nullptr, name, name[0] == u'R' ? nullptr : &table.callbacks, &opened), 0U);
+    for (const char16_t* const each : {unending.data(), u"Raw"}) {
+        ASSERT_EQ(kaldbTableOpen(nullptr, each, each[0] == u'R' ? nullptr : &table.callbacks, &opened), 0U);
         make({{fine, kaldbTableClose, opened}});
     }
 }
@@ -370,12 +371,12 @@ TEST_F(Mistakes, OfPages)
           {noSlot, kalPageTrackerLockPage, tracker, 7, 4},
           {fine, kalPageTrackerDeinitialize, tracker}});
     char* const start = static_cast<char*>(body);
-    for (void* const wrong : {start + 1, start - 28, start + 2048, start - 2048, anyBlock.data()})
-        make({{invalid, kalPageManagerUnloadPage, m, wrong},
-              {invalid, kalPageManagerUnreferencePage, m, wrong},
-              {invalid, kalPageManagerSetPageDirty, m, wrong},
-              {invalid, kalPageManagerFlushPage, m, wrong},
-              {fine, pmIsPageLocked, m, wrong}});
+    for (void* const wrong : {start + 1, start - 28, start + 2048, start - 2048, anyBlock.data()}) {
+        valid<KALPageManager> = m, valid<void> = wrong;
+        callsGive(invalid, kalPageManagerUnloadPage, kalPageManagerUnreferencePage, kalPageManagerSetPageDirty,
+                  kalPageManagerFlushPage);
+        callsGive(fine, pmIsPageLocked);
+    }
     // Given back more often than taken: the page's slot must not count below nothing.
     for (int i = 0; i < 3; ++i)
         make({{fine, kalPageManagerUnloadPage, m, body}, {fine, kalPageManagerUnlockPage, m, 0}});
@@ -410,83 +411,66 @@ TEST_F(Mistakes, OfTreesAndPieces)
     freeDuringMove(walk, fine);
 
     KALDBBinaryRecord longer{anyBlock.data(), 9, 9, 0, 0}, endless{&key, most, most, 0, 0}, noData{nullptr, 8, 1, 0, 0};
-    for (const std::uint32_t dataSize : {most, most - 19, 300U})
-        make({{fine, kaldbBinaryPageFormat, slots, 256, dataSize},
-              {noSlot, kaldbBinaryPageInsertItem, slots, &piece, &slot},
-              {missing, kaldbBinaryPageGetItem, slots, 0, &piece},
-              {missing, kaldbBinaryPageDeleteItem, slots, 0}});
+    for (const std::uint32_t dataSize : {most, most - 19, 300U}) {
+        make({{fine, kaldbBinaryPageFormat, slots, 256, dataSize}});
+        callsGive(noSlot, kaldbBinaryPageInsertItem);
+        callsGive(missing, kaldbBinaryPageGetItem, kaldbBinaryPageDeleteItem);
+    }
     make({{fine, kaldbBinaryPageFormat, slots, 256, 8},
           {fine, kaldbBinaryPageInsertItem, slots, &piece, &slot},
           {invalid, kaldbBinaryPageInsertItem, slots, &noData, &slot}});
-    for (KALDBBinaryRecord* const wrong : {&longer, &endless})
-        make({{small, kaldbBinaryPageInsertItem, slots, wrong, &slot},
-              {small, kaldbBinaryPageUpdateItem, slots, 0, wrong}});
-    for (const std::uint16_t wrong : {std::uint16_t{8}, std::uint16_t{KALDB_NO_SLOT}})
-        make({{missing, kaldbBinaryPageGetItem, slots, wrong, &piece},
-              {missing, kaldbBinaryPageUpdateItem, slots, wrong, &piece},
-              {missing, kaldbBinaryPageDeleteItem, slots, wrong}});
+    for (const std::uint64_t wrong : {std::uint64_t{8}, std::uint64_t{KALDB_NO_SLOT}}) {
+        validNumber = wrong;
+        callsGive(missing, kaldbBinaryPageGetItem, kaldbBinaryPageUpdateItem, kaldbBinaryPageDeleteItem);
+    }
+    validNumber = 0;
+    for (KALDBBinaryRecord* const wrong : {&longer, &endless}) {
+        valid<KALDBBinaryRecord> = wrong;
+        callsGive(small, kaldbBinaryPageInsertItem, kaldbBinaryPageUpdateItem);
+    }
 }
 
 TEST_F(Mistakes, OfValues)
 {
-    Value shortOne("abc"), odd("abc"), oddAndLong("abc"), bytes(std::string(100, 'x'), 15);
-    Text text(8, u"a text that is long");
-    Value copies[3];  // of a value whose memory is no more
-    Text textCopies[3];
+    Value shortOne("abc"), odd("abc"), oddAndLong("abc"), bytes(std::string(100, 'x'), 15), copy;
+    Text textCopy;
     {
         const Value gone(std::string(100, 'x'));
         const Text goneText(8, u"a text that is long");
-        std::fill(std::begin(copies), std::end(copies), gone);
-        std::fill(std::begin(textCopies), std::end(textCopies), goneText);
+        copy = gone;
+        textCopy = goneText;
     }
-    std::array<char16_t, 8> wide{};
-    std::uint32_t enough = 100;
-    std::int32_t order = 0;
+    valid<KALDBVariant> = &oddAndLong.v;
     for (const std::uint32_t type : {22U, most}) {
         odd.v.type = oddAndLong.v.type = type;
         oddAndLong.v.size = 100;
         make({{unsupported, kaldbVariantSet, &shortOne.v, type, "abc", 3},
               {unsupported, kaldbVariantSetString, &shortOne.v, type, "abc"},
-              {unsupported, kaldbVariantGetData, &odd.v, &record, &size},
-              {failure, kaldbVariantInsertRecord, &oddAndLong.v},
-              {failure, kaldbVariantGetRecord, &oddAndLong.v},
-              {failure, kaldbVariantDeleteRecord, &oddAndLong.v}});
+              {unsupported, kaldbVariantGetData, &odd.v, &record, &size}});
+        callsGive(failure, kaldbVariantInsertRecord, kaldbVariantGetRecord, kaldbVariantDeleteRecord);
     }
-    make({{invalid, kaldbVariantSetBinary, &shortOne.v, 21, nullptr, 3},
-          {failure, kaldbVariantInsertRecord, &bytes.v},
-          {notOpen, kaldbVariantGetData, &copies[0].v, anyBlock.data(), &enough},
-          {notOpen, kaldbVariantInsertRecord, &copies[0].v},
-          {missing, kaldbVariantGetRecord, &copies[1].v},
-          {missing, kaldbVariantDeleteRecord, &copies[2].v},
-          {notOpen, kaldbVarStringCopy, &textCopies[0].s, wide.data(), 8},
-          {notOpen, kaldbVarStringDup, &text.s, &textCopies[0].s},
-          {notOpen, kaldbVarStringCompare, &text.s, &textCopies[0].s, &order},
-          {notOpen, kaldbVarStringICompare, &textCopies[0].s, &text.s, &order},
-          {notOpen, kaldbVarStringInsertRecord, &textCopies[0].s},
-          {missing, kaldbVarStringGetRecord, &textCopies[1].s},
-          {missing, kaldbVarStringDeleteRecord, &textCopies[2].s}});
-    EXPECT_EQ(text.get(), u"a text that is long");
+    value = 100, validNumber = 100;
+    valid<KALDBVariant> = &copy.v, valid<KALDBVarString> = &textCopy.s;
+    callsGive(notOpen, kaldbVariantGetData, kaldbVariantInsertRecord, kaldbVarStringCopy, kaldbVarStringCompare,
+              kaldbVarStringICompare, kaldbVarStringInsertRecord);
+    callsGive(missing, kaldbVariantGetRecord, kaldbVariantDeleteRecord, kaldbVarStringGetRecord,
+              kaldbVarStringDeleteRecord);
+    make(
+        {{invalid, kaldbVariantSetBinary, &shortOne.v, 21, nullptr, 3}, {failure, kaldbVariantInsertRecord, &bytes.v}});
 }
 
 TEST_F(Mistakes, OfPathsAndFiles)
 {
     const std::u16string path = at("file");
-    KALOwnerLock* lock = nullptr;
-    KALPageManager* manager = nullptr;
-    for (const auto& [wrong, status] : std::initializer_list<std::pair<std::u16string, std::uint64_t>>{
+    validNumber = KAL_FILE_CREATE;
+    for (auto& [wrong, status] : std::vector<std::pair<std::u16string, std::uint64_t>>{
              {at("folder"), notAFile}, {at("no/such"), noFile}, {longPath, KALDB_NAME_TOO_LONG}, {halfPair, invalid}}) {
-        make({{status, kalPageManagerInitialize, wrong.c_str(), 0, &manager, &value},
-              {status, kalPageManagerBackup, wrong.c_str()},
-              {status, kalPageManagerFileIsDirty, wrong.c_str(), &value},
-              {status, kalFileOpenW, wrong.c_str(), &file, KAL_FILE_CREATE},
-              {status, kalOwnerLockAcquire, wrong.c_str(), &lock},
-              {status, kalFileSyncW, wrong.c_str()},
-              {status, kalFileCopyW, path.c_str(), wrong.c_str()},
+        valid<char16_t> = wrong.data();
+        callsGive(status, kalPageManagerInitialize, kalPageManagerBackup, kalPageManagerFileIsDirty, kalFileOpenW,
+                  kalOwnerLockAcquire, kalFileSyncW, kalFileCopyW, kalFileRename);
+        callsGive(0, kaldbValidateFile, kaldbValidatePages);
+        make({{status, kalFileCopyW, path.c_str(), wrong.c_str()},
               {status, kalFileRename, path.c_str(), wrong.c_str()}});
-        for (const auto validate : {kaldbValidateFile, kaldbValidatePages}) {
-            make({{0, validate, wrong.c_str(), 0, nullptr}, {0, validate, wrong.c_str(), 0, &value}});
-            EXPECT_EQ(value, 1U);
-        }
     }
     for (const std::uint32_t mode : {0U, 2U, 4U, most})
         make({{invalid, kalFileOpenW, path.c_str(), &file, mode}});
