@@ -13,11 +13,10 @@ namespace {
 using namespace test;
 
 constexpr std::uint64_t fine = KALDB_SUCCESS, failure = KALDB_FAILURE, notOpen = KALDB_NOT_OPEN,
-                        invalid = KALDB_INVALID_ARGUMENT, notApplicable = KALDB_NOT_APPLICABLE,
-                        noFile = KALDB_FILE_NOT_FOUND, ended = KALDB_END_OF_ENUMERATION, beyond = KALDB_END_OF_FILE,
-                        missing = KALDB_NOT_FOUND, present = KALDB_ALREADY_EXISTS, conflict = KALDB_LOCK_CONFLICT,
-                        small = KALDB_BUFFER_TOO_SMALL, unsupported = KALDB_NOT_SUPPORTED, notAFile = KALDB_NOT_A_FILE,
-                        noSlot = KALDB_NO_FREE_SLOT;
+                        invalid = KALDB_INVALID_ARGUMENT, noFile = KALDB_FILE_NOT_FOUND,
+                        ended = KALDB_END_OF_ENUMERATION, beyond = KALDB_END_OF_FILE, missing = KALDB_NOT_FOUND,
+                        present = KALDB_ALREADY_EXISTS, conflict = KALDB_LOCK_CONFLICT, small = KALDB_BUFFER_TOO_SMALL,
+                        unsupported = KALDB_NOT_SUPPORTED, notAFile = KALDB_NOT_A_FILE, noSlot = KALDB_NO_FREE_SLOT;
 
 const char16_t* const halfPair = u"half \xD800 pair";
 const std::u16string longPath(5000, u'x');
@@ -82,7 +81,7 @@ protected:
     KALDBIndexRecord place{};
     KALDBBinaryRecord piece{&record, 8, 8, KALDB_NO_PAGE, KALDB_NO_SLOT};
     KALDBTableInfo info{u"New", 48, 0, 0, 0};
-    KALEnumerator *walk = nullptr, *list = nullptr, *opening = nullptr;
+    KALEnumerator *walk = nullptr, *list = nullptr;
     KALDBDatabase* other = nullptr;
     KALFile* file = nullptr;
     std::uint32_t value = 0, size = 8;
@@ -286,11 +285,9 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
           {missing, kaldbTableDeleteRecordByID, t, &unknown},
           {invalid, kaldbTableOpen, nullptr, u"Plain", &noCompare, &opened},
           {fine, kaldbTableCreate, nullptr, &unended},
-          {present, kaldbTableCreate, nullptr, &unended}});
-    for (const char16_t* const each : {unending.data(), u"Raw"}) {
-        ASSERT_EQ(kaldbTableOpen(nullptr, each, each[0] == u'R' ? nullptr : &table.callbacks, &opened), 0U);
-        make({{fine, kaldbTableClose, opened}});
-    }
+          {present, kaldbTableCreate, nullptr, &unended},
+          {fine, kaldbTableOpen, nullptr, unending.data(), &table.callbacks, &opened}});
+    make({{fine, kaldbTableClose, opened}});
 }
 
 TEST_F(Mistakes, FromInsideCallbacks)
@@ -480,10 +477,7 @@ TEST_F(Mistakes, OfPathsAndFiles)
     ASSERT_EQ(kalStatsInitialize(1, names, &stats), 0U);
     make({{0, kaldbValidateFile, nullptr, 0, nullptr},
           {KALDB_IO_ERROR, kalFileWrite, file, "x", &(value = 1)},
-          {invalid, kalFileSeek, file, std::uint64_t{1} << 63},
           {fine, kalFileClose, file},
-          {invalid, kalFileCopyW, path.c_str(), path.c_str()},
-          {noFile, kalFileDeleteW, at("none").c_str()},
           {fine, kalStatsDeinitialize, stats},
           {invalid, kalStatsDeinitialize, stats},
           {invalid, kalStatsInitialize, 2, names, &stats},

@@ -19,7 +19,8 @@ namespace {
 using namespace test;
 using Keys = std::vector<std::int64_t>;
 
-constexpr std::uint32_t tooSmall = KALDB_BUFFER_TOO_SMALL, ended = KALDB_END_OF_ENUMERATION;
+constexpr std::uint32_t invalid = KALDB_INVALID_ARGUMENT, tooSmall = KALDB_BUFFER_TOO_SMALL,
+                        ended = KALDB_END_OF_ENUMERATION;
 
 std::uint32_t create(const std::u16string& name, std::uint32_t recordSize, std::uint32_t flags)
 {
@@ -44,6 +45,8 @@ TEST(Databases, OpenAtAPathOfAnyLengthAndTheHandleKeepsItsBeginning)
     EXPECT_EQ(reinterpret_cast<const char16_t*>(database), path.substr(0, 259));
     EXPECT_EQ(kaldbDeinitialize(database), 0U);
     EXPECT_TRUE(std::filesystem::exists(path + u".backup"));
+    EXPECT_EQ(kaldbInitialize(std::u16string(5000, u'x').c_str(), 0, &database, &isNew), KALDB_NAME_TOO_LONG);
+    EXPECT_EQ(kaldbInitialize(u"half \xD800 pair", 0, &database, &isNew), invalid);
 }
 
 TEST(Tables, AreCreatedWhereNameAndSizeAllowItAndListedByName)
