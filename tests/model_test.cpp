@@ -56,6 +56,7 @@ public:
         for (long i = 0; i < operations && !testing::Test::HasFailure(); ++i) {
             SCOPED_TRACE("operation " + std::to_string(i));
             one(draw(1000));
+            ASSERT_TRUE(Database::holdsNothing());
             if (i % (operations / 4) == operations / 8) {
                 checkAll();
                 table_->reopen(database_);
@@ -67,6 +68,7 @@ public:
         ASSERT_EQ(database_.close(), 0U);
         std::uint32_t errors = 0;
         ASSERT_EQ(kaldbValidateFile(database_.path().c_str(), 0, &errors) + errors, 1U);
+        ASSERT_TRUE(test::readFile(database_.file()) == test::readFile(database_.backup()));
     }
 
 private:
@@ -169,7 +171,7 @@ private:
     }
     std::vector<std::int64_t> hundred(std::int64_t key) const
     {
-        const std::int64_t first = (key >= 0 ? key / 100 : (key - 99) / 100) * 100;
+        const std::int64_t first = test::hundredOf(key) * 100;
         std::vector<std::int64_t> keys;
         for (auto row = rows_.lower_bound(first); row != rows_.end() && row->first < first + 100; ++row)
             keys.push_back(row->first);
@@ -228,14 +230,15 @@ TEST(Model, RandomOperationsAgreeWithMaps)
                                 {keys, 120, 40 << 10},
                                 {keys, 500, 1 << 20},
                                 {keys, 120, 1 << 20},
-                                {keys, 900, 20 << 10}}) {
+                                {keys, 900, 20 << 10},
+                                {keys, 1200, 0}}) {
             SCOPED_TRACE("keys " + std::to_string(static_cast<int>(keys)) + ", records of " +
                          std::to_string(work.recordSize) + ", seed " + std::to_string(++seed));
             Model{work, seed}.run(operations);
             if (HasFailure())
                 return;
         }
-    std::printf("%ld operations\n", operations * 25);
+    std::printf("%ld operations\n", operations * 30);
 }
 
 }  // namespace

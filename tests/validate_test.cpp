@@ -1,75 +1,52 @@
 // The validator: one file for every kind of damage, with the exact number of problems that it counts.
 
 #include "kaldbvalidate/validate.h"
+#include "support/faults.h"
 #include "support/file_image.h"
+#include "support/log_lines.h"
+#include "support/temp_dir.h"
 
 #include <kaldb/validate.h>
 
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <map>
+#include <tuple>
+#include <utility>
 
 namespace {
 
 using namespace kaldb;
 using namespace kaldb::test;
-
-std::uint32_t failingAllocation = 0;  // counted down; the one that reaches 0 fails
-std::vector<std::u16string> logged;   // what went to the error log
-
-struct Found {
-    std::uint32_t result;
-    std::uint32_t errors;
-    bool operator==(const Found&) const = default;
-    friend std::ostream& operator<<(std::ostream& out, const Found& found)
-    {
-        return out << "result " << found.result << ", errors " << found.errors;
-    }
-};
+using Found = std::pair<std::uint32_t, std::uint32_t>;  // what the check returns, and the problems that it counts
 
 class ValidateTest : public testing::Test {
 protected:
-    ValidateTest()
+    Found run(std::uint32_t (*check)(const char16_t*, std::uint32_t, std::uint32_t*)) const
     {
-        logged.clear();
-        kalLogSetSink(
-            [](std::uint32_t level, const char16_t* text, void*) {
-                if (level == KAL_LOG_ERROR)
-                    logged.emplace_back(text);
-            },
-            nullptr);
+        std::uint32_t errors = 77;
+        const std::uint32_t result = check(path.u16string().c_str(), 0, &errors);
+        return {result, errors};
     }
-    ~ValidateTest() override
-    {
-        kalLogSetSink(nullptr, nullptr);
-        std::filesystem::remove(path);
-    }
-
     Found header() const { return run(kaldbValidateFile); }
-    Found pages() const
+    Found pages()
     {
         testing::internal::CaptureStdout();
         const Found found = run(kaldbValidatePages);
         listing = testing::internal::GetCapturedStdout();
         return found;
     }
-    Found run(std::uint32_t (*check)(const char16_t*, std::uint32_t, std::uint32_t*)) const
+    Found pagesOf(const std::string& bytes)
     {
-        Found found{77, 77};
-        found.result = check(path.u16string().c_str(), 0, &found.errors);
-        return found;
-    }
-    Found pagesOf(const FileImage& image) const
-    {
-        image.write(path);
+        ::test::writeFile(path, bytes);
         return pages();
     }
-    Found headerOf(const FileImage& image) const
+    Found headerOf(const std::string& bytes) const
     {
-        image.write(path);
+        ::test::writeFile(path, bytes);
         return header();
     }
+    ValidateResult result() const { return validateHeader(path.u16string().c_str()); }
 
     /// Page 0 with three records and the children 1 (before) and 2 (after), and a binary page 3.
     static FileImage soundFile()
@@ -86,63 +63,62 @@ protected:
         return image;
     }
 
-    std::filesystem::path path = std::filesystem::temp_directory_path() / "validate_test.kaldb";
-    mutable std::string listing;
+    ::test::TempDir directory;
+    std::filesystem::path path = directory / "db";
+    std::string listing;
+    ::test::LogLines log;
 };
 
 TEST_F(ValidateTest, FilesThatCannotBeReadAsADatabase)
 {
-    EXPECT_EQ(header(), (Found{0, 1}));
-    EXPECT_EQ(pages(), (Found{0, 1}));
-    EXPECT_TRUE(validateHeader(path.u16string().c_str()).absent);
-
+    EXPECT_EQ(header(), Found(0, 1));
+    EXPECT_EQ(pages(), Found(0, 1));
+    EXPECT_TRUE(result().absent);
     for (const std::size_t length : {0U, 50U, 91U}) {
-        FileImage::writeBytes(path, std::string(length, 'x'));
-        EXPECT_EQ(header(), (Found{1, 1})) << length;
-        EXPECT_EQ(pages(), (Found{1, 1})) << length;
-        const ValidateResult found = validateHeader(path.u16string().c_str());
-        EXPECT_TRUE(found.tooShort && found.spoiled() && ok(found.status));
+        EXPECT_EQ(headerOf(std::string(length, 'x')), Found(1, 1)) << length;
+        EXPECT_EQ(pages(), Found(1, 1)) << length;
+        EXPECT_TRUE(result().tooShort && result().spoiled() && ok(result().status));
     }
-
     const ValidateResult folder = validateHeader(u"/tmp");
     EXPECT_TRUE(!folder.read && folder.errors == 1 && folder.status == Status::notAFile && !folder.spoiled());
     EXPECT_EQ(validateHeader(nullptr).status, Status::invalidArgument);
-    EXPECT_EQ(kaldbValidatePages(nullptr, 0, nullptr), 0U);
-    EXPECT_TRUE(logged.empty());
+    EXPECT_EQ(log.of(KAL_LOG_ERROR), "");
 }
 
 TEST_F(ValidateTest, HeaderIsHeldAgainstTheFile)
 {
     FileImage image = soundFile();
-    EXPECT_EQ(headerOf(image), (Found{1, 0}));
-    EXPECT_TRUE(validateHeader(path.u16string().c_str()).sound());
-    EXPECT_EQ(headerOf(FileImage{}), (Found{1, 0})) << "a file of a header alone";
-
+    EXPECT_EQ(headerOf(FileImage{}.bytes()), Found(1, 0)) << "a file of a header alone";
+    EXPECT_EQ(headerOf(image.bytes()), Found(1, 0));
+    EXPECT_TRUE(result().sound());
+    EXPECT_EQ(log.of(KAL_LOG_ERROR), "");
     image.header.pagesInFile = 5;
     image.header.flags = fileDirty;
-    EXPECT_EQ(headerOf(image), (Found{1, 2}));
-    ASSERT_EQ(logged.size(), 2U);
-    EXPECT_EQ(logged[0], u"kaldbvalidate: dbValidateFile() Database was shut down in a dirty state\n");
-    EXPECT_EQ(logged[1], u"kaldbvalidate: dbValidateFile() File size mismatch; file contains 4 pages but "
-                         u"reports 5 pages\n");
-    const ValidateResult found = validateHeader(path.u16string().c_str());
+    EXPECT_EQ(headerOf(image.bytes()), Found(1, 2));
+    EXPECT_EQ(log.of(KAL_LOG_ERROR),
+              "kaldbvalidate: dbValidateFile() Database was shut down in a dirty state\n"
+              "kaldbvalidate: dbValidateFile() File size mismatch; file contains 4 pages but reports 5 pages\n");
+    const ValidateResult found = result();
     EXPECT_TRUE(found.dirty && found.sizeMismatch && !found.absent && !found.tooShort && !found.sound());
-
     image = soundFile();
     image.header.pageSize = 0;
-    EXPECT_EQ(headerOf(image), (Found{1, 1}));
-    EXPECT_TRUE(validateHeader(path.u16string().c_str()).sizeMismatch);
+    EXPECT_EQ(headerOf(image.bytes()), Found(1, 1));
+    EXPECT_TRUE(result().sizeMismatch);
 }
 
 TEST_F(ValidateTest, SoundPagesAreListed)
 {
     FileImage image = soundFile();
     image.header.flags = fileDirty;
-    EXPECT_EQ(pagesOf(image), (Found{1, 0})) << "the dirty mark is not looked at";
-    EXPECT_EQ(listing.substr(0, listing.find("\nValidating page 1\n")),
-              "\nValidating page 0\n========================\nPage = 0\nParent = -1\nPrevious = 1\nNext = 2\n");
-    EXPECT_NE(listing.find("\nValidating page 3\n========================\nPage = 3\nParent = -1\nPrevious = -1\n"),
-              std::string::npos);
+    EXPECT_EQ(pagesOf(image.bytes()), Found(1, 0)) << "the dirty mark is not looked at";
+    std::string expected;
+    for (const auto& [number, links] : {std::pair{"0", "-1\nPrevious = 1\nNext = 2"},
+                                        {"1", "0\nPrevious = -1\nNext = -1"},
+                                        {"2", "0\nPrevious = -1\nNext = -1"},
+                                        {"3", "-1\nPrevious = -1\nNext = -1"}})
+        expected += std::string{"\nValidating page "} + number + "\n========================\nPage = " + number +
+                    "\nParent = " + links + "\n";
+    EXPECT_EQ(listing, expected);
 }
 
 // Each change makes exactly one page malformed, by exactly one problem.
@@ -160,7 +136,7 @@ TEST_F(ValidateTest, MalformedPagesCountOnceEach)
     const auto piece = [](std::size_t index, auto change) {
         return [=](FileImage& image) { image[3].edit<KALDBBinarySlot>(image.binarySlot(3, index), change); };
     };
-    const std::map<std::string, std::function<void(FileImage&)>> damages{
+    const std::pair<const char*, std::function<void(FileImage&)>> damages[] = {
         {"no type", tree(0, [](auto& h) { h.typeName[0] = 'X'; })},
         {"type without its NUL", tree(0, [](auto& h) { h.typeName[3] = 'X'; })},
         {"header length of the other type", tree(0, [](auto& h) { h.headerLength = 28; })},
@@ -202,70 +178,60 @@ TEST_F(ValidateTest, MalformedPagesCountOnceEach)
     for (const auto& [name, damage] : damages) {
         FileImage image = soundFile();
         damage(image);
-        EXPECT_EQ(pagesOf(image), (Found{1, 1})) << name;
-        EXPECT_EQ(header(), (Found{1, 0})) << name;
+        EXPECT_EQ(pagesOf(image.bytes()), Found(1, 1)) << name;
+        EXPECT_EQ(header(), Found(1, 0)) << name;
     }
     FileImage image = soundFile();
     image[2].edit<KALBTreeSlot>(PageImage::slot(17), [](auto& s) { s.flags = 2; });
-    EXPECT_EQ(pagesOf(image), (Found{1, 0})) << "a slot of an empty page may carry flag 2";
+    EXPECT_EQ(pagesOf(image.bytes()), Found(1, 0)) << "a slot of an empty page may carry flag 2";
 }
 
 TEST_F(ValidateTest, LinksOfChildrenCountOnceEach)
 {
-    const auto links = [&](PageNumber page, auto change) {
-        FileImage image = soundFile();
-        image[page].edit<KALDBPageLinks>(PageImage::links, change);
-        return pagesOf(image);
+    const std::tuple<const char*, KALDBPageLinks, std::uint32_t> cases[] = {
+        {"no such page", {0, noPage, 4, 2}, 1},
+        {"a page without a parent", {0, noPage, 3, 2}, 1},
+        {"two that are not there", {0, noPage, 0xFFFFFFFE, 0xFFFFFFFE}, 2},
+        {"the child names another parent", {2, 1, noPage, noPage}, 1},
+        {"the page's own parent is not looked at", {0, 900, 1, 2}, 0},
+        {"a child that no page names", {0, noPage, noPage, 2}, 0},
     };
-    EXPECT_EQ(links(0, [](auto& l) { l.prev = 4; }), (Found{1, 1})) << "no such page";
-    EXPECT_EQ(links(0, [](auto& l) { l.prev = 3; }), (Found{1, 1})) << "a page without a parent";
-    EXPECT_EQ(links(0, [](auto& l) { l.prev = l.next = 0xFFFFFFFE; }), (Found{1, 2}));
-    EXPECT_EQ(links(2, [](auto& l) { l.parent = 1; }), (Found{1, 1})) << "the child names another parent";
-    EXPECT_EQ(links(0, [](auto& l) { l.parent = 900; }), (Found{1, 0})) << "the page's own parent is not looked at";
-    EXPECT_EQ(links(0, [](auto& l) { l.prev = noPage; }), (Found{1, 0})) << "a child that no page names";
+    for (const auto& [name, links, errors] : cases) {
+        FileImage image = soundFile();
+        image[links.page].put(PageImage::links, links);
+        EXPECT_EQ(pagesOf(image.bytes()), Found(1, errors)) << name;
+    }
 }
 
 TEST_F(ValidateTest, PagesThatTheFileDoesNotHoldCountOnceEachAndCostNothing)
 {
     FileImage image = soundFile();
     image.header.pagesInFile = 0xFFFFFFFF;
-    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF - 4}));
+    EXPECT_EQ(pagesOf(image.bytes()), Found(1, 0xFFFFFFFF - 4));
     image[0].edit<KALBTreePage>(PageImage::typed, [](auto& h) { h.count = 0; });
     image[1].edit<KALDBPageLinks>(PageImage::links, [](auto& l) { l.prev = 0xFFFFFFF0; });
-    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF - 3})) << "a link to a missing page is no second problem";
-
+    EXPECT_EQ(pagesOf(image.bytes()), Found(1, 0xFFFFFFFF - 3)) << "a link to a missing page is no second problem";
     image[3].edit<KALDBPageLinks>(PageImage::links, [](auto& l) { l.prev = l.next = 0; });
     image[2].edit<KALBTreePage>(PageImage::typed, [](auto& h) { h.count = 9; });
-    EXPECT_EQ(pagesOf(image), (Found{1, 0xFFFFFFFF})) << "the count ends at its greatest value";
+    EXPECT_EQ(pagesOf(image.bytes()), Found(1, 0xFFFFFFFF)) << "the count ends at its greatest value";
 
-    image = soundFile();
-    const std::string bytes = image.bytes();
-    FileImage::writeBytes(path, bytes.substr(0, bytes.size() - 1));
-    EXPECT_EQ(pages(), (Found{1, 1})) << "a page that cannot be read whole";
-    FileImage::writeBytes(path, bytes.substr(0, pageOffset(1)));
-    EXPECT_EQ(pages(), (Found{1, 3})) << "pages 1 and 2 take no part in the link check";
-    FileImage::writeBytes(path, bytes + std::string(pageSize, 'x'));
-    EXPECT_EQ(pages(), (Found{1, 0})) << "pages that the header does not count are not looked at";
-    EXPECT_EQ(header(), (Found{1, 1}));
+    const std::string bytes = soundFile().bytes();
+    EXPECT_EQ(pagesOf(bytes.substr(0, bytes.size() - 1)), Found(1, 1)) << "a page that cannot be read whole";
+    EXPECT_EQ(pagesOf(bytes.substr(0, pageOffset(1))), Found(1, 3)) << "pages 1 and 2 take no part in the link check";
+    EXPECT_EQ(pagesOf(bytes + std::string(pageSize, 'x')), Found(1, 0)) << "one that the header does not count";
+    EXPECT_EQ(header(), Found(1, 1));
 }
 
 TEST_F(ValidateTest, FailedAllocationsEndTheRun)
 {
-    soundFile().write(path);
-    failingAllocation = 1;
-    EXPECT_EQ(pages(), (Found{1, 1}));
-    EXPECT_TRUE(logged.empty());
-    failingAllocation = 2;
-    EXPECT_EQ(pages(), (Found{1, 1}));
-    ASSERT_EQ(logged.size(), 1U);
-    EXPECT_EQ(logged[0], u"kaldbvalidate: dbCheckPages() Could not allocate memory for links\n");
+    ::test::writeFile(path, soundFile().bytes());
+    for (const auto& [call, text] :
+         {std::pair{1U, ""}, {2U, "kaldbvalidate: dbCheckPages() Could not allocate memory for links\n"}}) {
+        faults::failAt("kalMemAllocate", call, KAL_OUT_OF_MEMORY);
+        EXPECT_EQ(pages(), Found(1, 1));
+        EXPECT_EQ(log.of(KAL_LOG_ERROR), text);
+    }
+    faults::reset();
 }
 
 }  // namespace
-
-// In the place of the support library's.
-extern "C" void* kalMemAllocate(std::uint32_t size, const char*, std::uint32_t)
-{
-    return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : std::malloc(size);
-}
-extern "C" void kalMemFree(void* block) { std::free(block); }

@@ -13,7 +13,7 @@ namespace test {
 
 class ChainShape {
 public:
-    ChainShape(const Table& table, bool withSlots) : recordSize_(table.recordSize()), withSlots_(withSlots)
+    explicit ChainShape(const Table& table) : recordSize_(table.recordSize())
     {
         kaldb::KALDBRootObject root{};
         EXPECT_EQ(kaldb::kaldbGetRootObject(kaldb::KALDB_OBJECT_TABLE, table.name().c_str(), root),
@@ -47,27 +47,23 @@ private:
     void showKeys(const char* tree)
     {
         const auto header = fieldOf<KALBTreePage>(tree, 0);
-        std::vector<std::pair<std::int64_t, std::uint32_t>> keys;
+        std::vector<std::int64_t> keys;
         for (std::uint32_t i = 0; i < header.maxCount; ++i) {
             const auto slot = fieldOf<kaldb::KALBTreeSlot>(tree, sizeof header + i * sizeof(kaldb::KALBTreeSlot));
             const std::size_t item = sizeof header + header.maxCount * sizeof slot + std::size_t{i} * recordSize_;
             if (slot.flags == 0)
-                keys.emplace_back(keyOf(tree + item), i);
+                keys.push_back(keyOf(tree + item));
         }
         EXPECT_EQ(keys.size(), header.count);
         std::sort(keys.begin(), keys.end());
-        for (const auto& [key, slot] : keys) {
+        for (const std::int64_t key : keys)
             text_ << " " << key;
-            if (withSlots_)
-                text_ << "@" << slot;
-        }
     }
 
     std::uint32_t recordSize_;
-    bool withSlots_;
     std::ostringstream text_;
 };
 
-inline std::string shape(const Table& table, bool withSlots = false) { return ChainShape{table, withSlots}.text(); }
+inline std::string shape(const Table& table) { return ChainShape{table}.text(); }
 
 }  // namespace test

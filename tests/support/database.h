@@ -37,20 +37,14 @@ Field fieldOf(const void* record, std::size_t offset)
 
 inline std::int64_t keyOf(const void* record) { return fieldOf<std::int64_t>(record, offsetof(Record, key)); }
 
-inline int32_t byKey(const void* probe, const void* stored)
-{
-    const std::int64_t first = keyOf(probe);
-    const std::int64_t second = keyOf(stored);
-    return first < second ? -1 : first > second ? 1 : 0;
-}
+inline int32_t order(std::int64_t first, std::int64_t second) { return first < second ? -1 : first > second ? 1 : 0; }
+inline int32_t byKey(const void* probe, const void* stored) { return order(keyOf(probe), keyOf(stored)); }
 
 /// Partial order: keys of the same hundred match.
+inline std::int64_t hundredOf(std::int64_t key) { return key >= 0 ? key / 100 : (key - 99) / 100; }
 inline int32_t byHundred(const void* probe, const void* stored)
 {
-    const auto hundred = [](std::int64_t key) { return key >= 0 ? key / 100 : (key - 99) / 100; };
-    const std::int64_t first = hundred(keyOf(probe));
-    const std::int64_t second = hundred(keyOf(stored));
-    return first < second ? -1 : first > second ? 1 : 0;
+    return order(hundredOf(keyOf(probe)), hundredOf(keyOf(stored)));
 }
 
 class Database {
@@ -69,11 +63,7 @@ public:
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
-    std::uint32_t tryOpen()
-    {
-        std::uint32_t isNew = 0;
-        return kaldbInitialize(path_.c_str(), cacheBytes_, &handle_, &isNew);
-    }
+    std::uint32_t tryOpen() { return kaldbInitialize(path_.c_str(), cacheBytes_, &handle_, &isNew_); }
     void open() { ASSERT_EQ(tryOpen(), 0U); }
     std::uint32_t close()
     {
@@ -83,6 +73,7 @@ public:
     }
 
     KALDBDatabase* handle() const { return handle_; }
+    std::uint32_t isNew() const { return isNew_; }
     const std::u16string& path() const { return path_; }
     std::filesystem::path file() const { return directory_ / "db"; }
     std::filesystem::path backup() const { return directory_ / "db.backup"; }
@@ -100,7 +91,7 @@ public:
 private:
     TempDir directory_;
     std::u16string path_;
-    std::uint32_t cacheBytes_;
+    std::uint32_t cacheBytes_, isNew_ = 7;
     KALDBDatabase* handle_ = nullptr;
 };
 
@@ -124,10 +115,8 @@ public:
 
     std::uint32_t create(Database& database, std::uint32_t flags) const
     {
-        KALDBTableInfo info{};
-        std::memcpy(info.name, name_.c_str(), (name_.size() + 1) * sizeof(char16_t));
-        info.recordSize = recordSize_;
-        info.flags = flags;
+        KALDBTableInfo info{{}, recordSize_, flags, 0, 0};
+        name_.copy(info.name, name_.size());
         return kaldbTableCreate(database.handle(), &info);
     }
     void open(Database& database)
@@ -151,23 +140,19 @@ public:
 
     std::uint32_t insert(std::int64_t key, std::int64_t value = 0, KALDBID* id = nullptr)
     {
-        std::vector<char> record = make(key, value);
-        return kaldbTableInsertRecord(table_, record.data(), 0, id);
+        return kaldbTableInsertRecord(table_, make(key, value).data(), 0, id);
     }
     std::uint32_t update(std::int64_t key, std::int64_t value, const KALDBID& id = {})
     {
-        std::vector<char> record = make(key, value);
-        std::memcpy(record.data(), &id, sizeof id);
-        return kaldbTableUpdateRecord(table_, record.data());
+        return kaldbTableUpdateRecord(table_, make(key, value, id).data());
     }
     std::uint32_t remove(std::int64_t key, KALDBID* id = nullptr)
     {
-        std::vector<char> record = make(key, 0);
-        return kaldbTableDeleteRecord(table_, record.data(), 0, id);
+        return kaldbTableDeleteRecord(table_, make(key).data(), 0, id);
     }
     std::uint32_t find(std::int64_t key, Record* found = nullptr)
     {
-        std::vector<char> record = make(key, 0);
+        std::vector<char> record = make(key);
         const std::uint32_t status = kaldbTableQueryPK(table_, record.data(), record.data(), recordSize_);
         if (found != nullptr)
             std::memcpy(found, record.data(), std::min(record.size(), sizeof *found));
@@ -183,8 +168,7 @@ public:
     std::uint32_t enumerate(std::int64_t key, KALEnumerator*& enumerator, bool readOnly = true,
                             KALBTreeCompare compare = byHundred)
     {
-        const std::vector<char> record = make(key, 0);
-        return kaldbTableQueryPartialPK(table_, readOnly ? 1 : 0, record.data(), compare, &enumerator);
+        return kaldbTableQueryPartialPK(table_, readOnly ? 1 : 0, make(key).data(), compare, &enumerator);
     }
     /// The key of the enumerator's current record.
     std::int64_t current(KALEnumerator* enumerator) const
@@ -217,10 +201,10 @@ public:
         return keys;
     }
 
-    std::vector<char> make(std::int64_t key, std::int64_t value) const
+    std::vector<char> make(std::int64_t key, std::int64_t value = 0, const KALDBID& id = {}) const
     {
         std::vector<char> record(recordSize_);
-        const Record fields{{}, key, value};
+        const Record fields{id, key, value};
         std::memcpy(record.data(), &fields, std::min(record.size(), sizeof fields));
         return record;
     }

@@ -47,18 +47,8 @@ struct PageImage {
 };
 
 /// A file: header and pages. A new one is sound, clean and empty.
-class FileImage {
-public:
-    FileImage()
-    {
-        std::memcpy(header.typeName, "PMR", 4);
-        header.headerLength = fileHeaderLength;
-        header.pageSize = pageSize;
-        header.startPage = noPage;
-        header.version = fileVersion;
-    }
-
-    KALPageFileHeader header{};
+struct FileImage {
+    KALPageFileHeader header{{'P', 'M', 'R'}, {}, fileHeaderLength, pageSize, 0, noPage, fileVersion, 0};
     std::vector<PageImage> pages;
 
     PageImage& operator[](PageNumber page) { return pages[page]; }
@@ -78,19 +68,20 @@ public:
     void formatTree(PageNumber number, std::uint32_t itemSize, const std::vector<std::string>& items)
     {
         PageImage& page = pages[number];
-        KALBTreePage tree{
-            sizeof(KALBTreePage), {'B', 'T', 'R'}, usablePageSize, itemSize, 0, 0, noSlot, noSlot, noSlot, 0};
-        tree.maxCount = (usablePageSize - tree.headerLength) / (itemSize + 10);
-        tree.count = static_cast<std::uint32_t>(items.size());
-        if (!items.empty()) {
-            tree.root = tree.smallest = 0;
-            tree.largest = static_cast<SlotIndex>(items.size() - 1);
-        }
+        const auto count = static_cast<SlotIndex>(items.size());
+        const auto maxCount = static_cast<SlotIndex>((usablePageSize - sizeof(KALBTreePage)) / (itemSize + 10));
+        const SlotIndex first = items.empty() ? noSlot : SlotIndex{0};
+        const auto last = static_cast<SlotIndex>(count - 1);  // none of none
+        const KALBTreePage tree{32, {'B', 'T', 'R'}, usablePageSize, itemSize, maxCount, count, first, first, last, 0};
         page.put(PageImage::typed, tree);
-        for (std::size_t i = 0; i < tree.maxCount; ++i)
-            page.put(PageImage::slot(i), slotOfList(i, items.size()));
-        for (std::size_t i = 0; i < items.size(); ++i)
-            std::memcpy(&page.bytes[PageImage::slot(tree.maxCount) + i * itemSize], items[i].data(), items[i].size());
+        for (SlotIndex i = 0; i < maxCount; ++i) {
+            const auto before = static_cast<SlotIndex>(i - 1), after = static_cast<SlotIndex>(i + 1);
+            page.put(PageImage::slot(i), KALBTreeSlot{noSlot, noSlot, noSlot, 1, 0});
+            if (i >= count)
+                continue;
+            page.put(PageImage::slot(i), KALBTreeSlot{noSlot, after < count ? after : noSlot, before, 0, 0});
+            std::memcpy(&page.bytes[PageImage::slot(maxCount) + i * itemSize], items[i].data(), items[i].size());
+        }
     }
 
     /// Makes the page a binary page whose first slots hold `pieces`, each a value of its own.
@@ -99,20 +90,15 @@ public:
         PageImage& page = pages[number];
         const std::size_t stride = sizeof(KALDBBinarySlot) + slotDataSize;
         const auto maxCount = static_cast<std::uint32_t>((usablePageSize - sizeof(KALDBBinaryPage)) / stride);
-        page.put(PageImage::typed, KALDBBinaryPage{sizeof(KALDBBinaryPage),
-                                                   {'B', 'P', 'G'},
-                                                   usablePageSize,
-                                                   slotDataSize,
-                                                   maxCount,
-                                                   static_cast<std::uint32_t>(pieces.size()),
-                                                   0xFFFF,
-                                                   0});
+        const auto count = static_cast<std::uint32_t>(pieces.size());
+        page.put(PageImage::typed,
+                 KALDBBinaryPage{28, {'B', 'P', 'G'}, usablePageSize, slotDataSize, maxCount, count, 0xFFFF, 0});
         for (std::size_t i = 0; i < maxCount; ++i) {
-            const auto length = static_cast<std::uint32_t>(i < pieces.size() ? pieces[i].size() : 0);
+            const std::string piece = i < count ? pieces[i] : "";
+            const auto length = static_cast<std::uint32_t>(piece.size());
             const std::size_t at = binarySlot(number, i);
-            page.put(at, KALDBBinarySlot{i < pieces.size() ? 1U : 0U, length, length, noPage, noSlot, 0});
-            if (length > 0)
-                std::memcpy(&page.bytes[at + sizeof(KALDBBinarySlot)], pieces[i].data(), length);
+            page.put(at, KALDBBinarySlot{i < count ? 1U : 0U, length, length, noPage, noSlot, 0});
+            std::memcpy(&page.bytes[at + sizeof(KALDBBinarySlot)], piece.data(), length);
         }
     }
     std::size_t binarySlot(PageNumber number, std::size_t index) const
@@ -141,15 +127,6 @@ public:
     static void writeBytes(const std::filesystem::path& path, const std::string& bytes)
     {
         std::ofstream{path, std::ios::binary} << bytes;
-    }
-
-private:
-    static KALBTreeSlot slotOfList(std::size_t index, std::size_t count)
-    {
-        if (index >= count)
-            return {noSlot, noSlot, noSlot, 1, 0};
-        return {noSlot, index + 1 < count ? static_cast<SlotIndex>(index + 1) : noSlot,
-                index > 0 ? static_cast<SlotIndex>(index - 1) : noSlot, 0, 0};
     }
 };
 

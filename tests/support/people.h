@@ -9,8 +9,10 @@
 
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace test {
@@ -59,77 +61,62 @@ public:
     {
         std::uint32_t isNew = 0;
         must(kaldbInitialize(path.u16string().c_str(), 1 << 20, &database_, &isNew));
-        fillSchema();
-        fillPeople();
+        const kaldb::tool::TableSchema schema = peopleSchema();
+        std::vector<kaldb::tool::SchemaRecord> rows = kaldb::tool::schemaRecords(schema);
+        fill(u"KaldbSchema", sizeof rows[0], 0, byBytes<0, kaldb::tool::schemaKeyBytes>,
+             [&](int i) { return std::size_t(i) < rows.size() ? &rows[std::size_t(i)] : nullptr; });
+        std::vector<std::byte> record;
+        fill(u"People", schema.recordSize, KALDB_CHAIN_GUID, byBytes<16, 16>, [&](int i) {
+            if (i > 0)
+                must(kaldbVarStringDelete(reinterpret_cast<KALDBVarString*>(&record[schema.columns[3].offset])));
+            return i < count ? (record = recordOf(person(i * 7 % count), schema)).data() : nullptr;
+        });
+        char key[8] = {'a' - 1};
         if (foreign)
-            fillForeign();
+            fill(u"Foreign", 8, 0, byBytes<0, 8>, [&](int) { return ++key[0] < 'f' ? key : nullptr; });
         must(kaldbDeinitialize(database_));
     }
 
 private:
-    static std::int32_t bySchemaKey(const void* a, const void* b)
+    /// Orders records by `size` bytes at `offset`.
+    template <std::size_t offset, std::size_t size>
+    static std::int32_t byBytes(const void* a, const void* b)
     {
-        return std::memcmp(a, b, kaldb::tool::schemaKeyBytes);
-    }
-    static std::int32_t byName(const void* a, const void* b)
-    {
-        const auto name = [](const void* record) { return static_cast<const char*>(record) + 16; };
-        return std::memcmp(name(a), name(b), 16);
+        return std::memcmp(static_cast<const char*>(a) + offset, static_cast<const char*>(b) + offset, size);
     }
 
-    KALDBTable* make(const char16_t* name, std::uint32_t recordSize, std::uint32_t flags, KALBTreeCompare compare)
+    /// Creates a table and fills it with what `next` gives, until it gives nothing.
+    void fill(std::u16string_view name, std::uint32_t recordSize, std::uint32_t flags, KALBTreeCompare compare,
+              const std::function<void*(int)>& next) const
     {
-        KALDBTableInfo info{};
-        std::char_traits<char16_t>::copy(info.name, name, std::char_traits<char16_t>::length(name));
-        info.recordSize = recordSize;
-        info.flags = flags;
+        KALDBTableInfo info{{}, recordSize, flags, 0, 0};
+        name.copy(info.name, 31);
         must(kaldbTableCreate(database_, &info));
         KALDBChainCallbacks callbacks{};
         callbacks.compare = compare;
         KALDBTable* table = nullptr;
-        must(kaldbTableOpen(database_, name, &callbacks, &table));
-        return table;
-    }
-
-    void fillSchema()
-    {
-        KALDBTable* table = make(u"KaldbSchema", sizeof(kaldb::tool::SchemaRecord), 0, bySchemaKey);
-        for (kaldb::tool::SchemaRecord& record : kaldb::tool::schemaRecords(peopleSchema()))
-            must(kaldbTableInsertRecord(table, &record, 0, nullptr));
+        must(kaldbTableOpen(database_, info.name, &callbacks, &table));
+        int number = 0;
+        while (void* const record = next(number++))
+            must(kaldbTableInsertRecord(table, record, 0, nullptr));
         must(kaldbTableClose(table));
     }
 
-    void fillPeople()
+    static std::vector<std::byte> recordOf(const Person& one, const kaldb::tool::TableSchema& schema)
     {
-        const kaldb::tool::TableSchema schema = peopleSchema();
-        KALDBTable* table = make(u"People", schema.recordSize, KALDB_CHAIN_GUID, byName);
-        for (int i = 0; i < count; ++i) {
-            const Person one = person(i * 7 % count);
-            std::vector<std::byte> record(schema.recordSize);
-            one.name.copy(reinterpret_cast<char*>(&record[schema.columns[0].offset]), 16);
-            if (one.age % 3 == 0)
-                record[schema.nullOffset] = std::byte{1 << 1};
-            else
-                std::memcpy(&record[schema.columns[1].offset], &one.age, sizeof one.age);
-            record[schema.columns[2].offset] = std::byte{one.age % 2 == 1};
-            auto* const note = reinterpret_cast<KALDBVarString*>(&record[schema.columns[3].offset]);
-            must(kaldbVarStringCreate(schema.columns[3].width, note, kaldb::tool::utf16(one.note).c_str()));
-            if (one.note.size() >= schema.columns[3].width)
-                must(kaldbVarStringInsertRecord(note));
-            KALDBID id;
-            must(kaldbTableInsertRecord(table, record.data(), 0, &id));
-            must(kaldbVarStringDelete(note));
-        }
-        must(kaldbTableClose(table));
-    }
-
-    void fillForeign()
-    {
-        KALDBTable* table =
-            make(u"Foreign", 8, 0, [](const void* a, const void* b) -> std::int32_t { return std::memcmp(a, b, 8); });
-        for (char key[8] = "a"; key[0] < 'f'; ++key[0])
-            must(kaldbTableInsertRecord(table, key, 0, nullptr));
-        must(kaldbTableClose(table));
+        std::vector<std::byte> record(schema.recordSize);
+        const auto field = [&](std::size_t column) { return &record[schema.columns[column].offset]; };
+        one.name.copy(reinterpret_cast<char*>(field(0)), 16);
+        if (one.age % 3 == 0)
+            record[schema.nullOffset] = std::byte{1 << 1};
+        else
+            std::memcpy(field(1), &one.age, sizeof one.age);
+        *field(2) = std::byte{one.age % 2 == 1};
+        auto* const note = reinterpret_cast<KALDBVarString*>(field(3));
+        must(kaldbVarStringCreate(schema.columns[3].width, note, kaldb::tool::utf16(one.note).c_str()));
+        if (one.note.size() >= schema.columns[3].width)
+            must(kaldbVarStringInsertRecord(note));
+        return record;
     }
 
     KALDBDatabase* database_ = nullptr;
