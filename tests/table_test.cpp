@@ -121,24 +121,38 @@ TEST(Tables, ForgottenAreFreedAndNotClosed)
     database.open();
 }
 
-TEST(Tables, WorkWithoutTheirIndexAndWithOneThatDisagrees)
+TEST(Tables, OpenTheirIndexLateAndWorkWithoutOneAndWithOneThatDisagrees)
 {
     Database database;
     Table table{database, u"T", 32};
     KALDBID id{};
     Record record{{}, 5, 0};
-    KALDBTable* indexless = nullptr;
-    faults::failAt("kalHandleAllocate", 3, KAL_OUT_OF_MEMORY);  // table, chain, index
-    ASSERT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &indexless), 0U);
-    ASSERT_TRUE(faults::struck());
-    faults::reset();
-    EXPECT_EQ(kaldbTableInsertRecord(indexless, &record, 0, &id), 0U);
-    EXPECT_EQ(id.sequence, 0U);
-    EXPECT_EQ(kaldbTableQueryID(indexless, &id, &record, sizeof record), KALDB_NOT_OPEN);
-    EXPECT_EQ(kaldbTableDeleteRecordByID(indexless, &id), KALDB_NOT_OPEN);
+    const auto openWithoutIndex = [&] {
+        KALDBTable* opened = nullptr;
+        faults::failAt("kalHandleAllocate", 3, KAL_OUT_OF_MEMORY);  // table, chain, index
+        EXPECT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &opened), 0U);
+        EXPECT_TRUE(faults::struck());
+        return opened;
+    };
+    KALDBTable* late = openWithoutIndex();
+    faults::failAt("kalHandleAllocate", 1, KAL_OUT_OF_MEMORY);
+    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), KALDB_OUT_OF_MEMORY);
+    EXPECT_EQ(table.find(5), notFound);
+    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), 0U);
+    EXPECT_EQ(table.findByID(id, record), 0U);
+    EXPECT_EQ(kaldbTableClose(late), 0U);
+    late = openWithoutIndex();
+    EXPECT_EQ(kaldbTableDeleteRecordByID(late, &id), 0U);
+    EXPECT_EQ(kaldbTableClose(late), 0U);
     EXPECT_EQ(table.findByID(id, record), notFound);
-    EXPECT_EQ(kaldbTableClose(indexless), 0U);
-    EXPECT_EQ(table.remove(5), 0U) << "an index record that never was is as good as deleted";
+
+    ASSERT_EQ(kaldb::kaldbCreateChain(kaldb::KALDB_OBJECT_TABLE, u"Half", 32, KALDB_CHAIN_GUID),
+              kaldb::Status::success);
+    Table half{database, u"Half", 32};
+    EXPECT_EQ(half.insert(1, 0, &id), 0U);
+    EXPECT_EQ(half.findByID(id, record), KALDB_NOT_OPEN);
+    EXPECT_EQ(kaldbTableDeleteRecordByID(half.handle(), &id), KALDB_NOT_OPEN);
+    EXPECT_EQ(half.remove(1), 0U);
 
     // The next identifier is in the index already: the record goes in, only the index does not follow.
     KALDBIndexRecord taken{};

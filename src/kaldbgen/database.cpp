@@ -12,7 +12,6 @@
 #include "kaldbindex/guid_index.h"
 #include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
-#include "kalpagemanager/page_manager.h"
 
 #include <kaldb/database.h>
 #include <kaldb/variant.h>
@@ -157,17 +156,6 @@ Status closeStorage()
     return status;
 }
 
-/// What is about to be kept must have its indexes complete. Changes that damage keeps from being made are given up: the
-/// backup stays as it was, then.
-Status settleIndexesOrRefuse()
-{
-    const KALPageManager* const manager = kaldbChainGetPageManager();
-    if (manager == nullptr)
-        return Status::success;  // there is nothing to keep
-    const Status status = settleIndexes();
-    return manager->damageNoted() ? Status::success : status;
-}
-
 Status deinitialize(KALDBDatabase* handle)
 {
     if (insideChainOperation())
@@ -176,7 +164,7 @@ Status deinitialize(KALDBDatabase* handle)
         return Status::notOpen;
     if (openDatabase.handle != nullptr && handle != openDatabase.handle)
         return Status::invalidArgument;
-    if (Status s = settleIndexesOrRefuse(); failed(s))
+    if (Status s = settleIndexes(); failed(s))
         return s;
     kaldbDeinitializeSystemTables(handle);
     const Status status = closeStorage();
@@ -208,7 +196,7 @@ uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase*)
     return guarded([] {
         if (insideChainOperation())
             return Status::lockConflict;
-        if (Status s = settleIndexesOrRefuse(); failed(s))
+        if (Status s = settleIndexes(); failed(s))
             return s;
         return kaldbBackupStorage();
     });

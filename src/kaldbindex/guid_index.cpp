@@ -8,6 +8,7 @@
 #include "kaldbchain/chain.h"
 #include "kaldbindex/pending_changes.h"
 #include "kaldbroot/root_object.h"
+#include "kalpagemanager/page_manager.h"
 
 #include <kaldb/identifiers.h>
 
@@ -55,6 +56,7 @@ Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index)
     // A chain of other records under the index's name is none of ours.
     if (handle->chain->recordSize != sizeof(KALDBIndexRecord) || handle->chain->binary()) {
         ignore(kaldbCloseChain(handle->chain));
+        kaldbChainGetPageManager()->noteDamage();
         return KAL_TRACE(here, Status::failure, u"could not open index chain for '%s'", name);
     }
     KAL_TRACE(here, u"success opening index '%s'", name);
@@ -99,18 +101,40 @@ Status kaldbIndexClose(KALDBIndex* index)
     return Status::success;
 }
 
+namespace {
+
+/// Whether a later attempt may end otherwise: memory, the disk or a lock was in the way, not what the pages say.
+bool mayPass(Status status)
+{
+    switch (status) {
+    case Status::failure:
+    case Status::damaged:
+    case Status::shortRead:
+    case Status::endOfFile:
+    case Status::notFound:
+    case Status::alreadyExists: return false;
+    default: return !kaldbChainGetPageManager()->damageNoted();
+    }
+}
+
+Status settleByName(const char16_t* name)
+{
+    KALDBIndex* index = nullptr;
+    if (Status s = kaldbIndexOpen(name, index); failed(s))
+        return s == Status::failure ? Status::outOfMemory : s;
+    const Status status = settle(*index);
+    ignore(kaldbIndexClose(index));
+    return status;
+}
+
+}  // namespace
+
 Status settleIndexes()
 {
     char16_t name[rootNameChars];
-    while (firstIndexWithPendingChanges(name)) {
-        KALDBIndex* index = nullptr;
-        if (Status s = kaldbIndexOpen(name, index); failed(s))
-            return s;
-        const Status status = settle(*index);
-        ignore(kaldbIndexClose(index));
-        if (failed(status))
-            return status;
-    }
+    while (firstIndexWithPendingChanges(name))
+        if (Status s = settleByName(name); failed(s))
+            return mayPass(s) ? s : Status::success;
     return Status::success;
 }
 

@@ -21,7 +21,8 @@ Status kaldbIndexOpen(const char16_t* name, KALDBIndex*& index);
 /// Frees the handle whatever happens; always succeeds.
 Status kaldbIndexClose(KALDBIndex* index);
 
-/// Makes the changes of all indexes that had to wait, open or not; the status of the first that must wait on.
+/// Makes the changes of all indexes that had to wait, open or not, before a state is kept. The status of the first that
+/// must wait on; those that damage keeps from being made are given up.
 Status settleIndexes();
 
 /// `alreadyExists` for an identifier that is there.

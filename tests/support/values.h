@@ -12,7 +12,7 @@
 
 namespace test {
 
-inline std::string bracketed(uint32_t status) { return "[" + std::to_string(status) + "]"; }
+inline std::string bracketed(uint32_t status) { return std::string{"["}.append(std::to_string(status)).append("]"); }
 
 /// Bytes that differ from their neighbours.
 inline std::string pattern(size_t size)
