@@ -74,7 +74,10 @@ struct Contents {
 
 class Session {
 public:
-    Session(std::uint32_t cacheBytes, unsigned seed) : cacheBytes_(cacheBytes), random_(seed) {}
+    Session(std::uint32_t cacheBytes, unsigned seed)
+        : cacheBytes_(cacheBytes), keys_(seed % 2 == 0 ? 40 : 90), random_(seed)
+    {
+    }
 
     void run()
     {
@@ -212,8 +215,8 @@ private:
 
     void changePeople()
     {
-        for (int i = 0; i < 40; ++i) {
-            const std::int64_t key = draw(40);
+        for (int i = 0; i < 50; ++i) {
+            const std::int64_t key = draw(keys_);
             const unsigned kind = draw(10);
             Possible& may = now_.people.try_emplace(key, Possible{nothing}).first->second;
             if (kind < 5)
@@ -552,6 +555,7 @@ private:
     }
 
     std::uint32_t cacheBytes_;
+    unsigned keys_;  // among few keys pages empty, among many they split
     std::mt19937 random_;
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> nowhere_{std::fopen("/dev/null", "w"), std::fclose};
     KALDBDatabase* db_ = nullptr;

@@ -366,6 +366,31 @@ TEST_F(Walks, KeepTheirPageWhenTheCallbackEnumeratesTheSamePage)
 
 // ---- callbacks -----------------------------------------------------------------------------------------------------
 
+// The leftmost page leads back to the top, in a file whose header counts 2^31 pages.
+TEST_F(Walks, EndWhereLinksRunInACircleHoweverManyPagesTheHeaderCounts)
+{
+    insert(table, {50, 40, 30, 60});
+    kaldb::KALDBRootObject root{};
+    ASSERT_EQ(kaldb::kaldbGetRootObject(kaldb::KALDB_OBJECT_TABLE, u"Small", root), kaldb::Status::success);
+    table.close();
+    four.close();
+    ASSERT_EQ(database.close(), 0U);
+    std::string file = readFile(database.file());
+    const std::uint32_t lie = 1U << 31;
+    std::memcpy(&file[offsetof(kaldb::KALPageFileHeader, pagesInFile)], &lie, sizeof lie);
+    const std::size_t links =
+        kaldb::fileHeaderLength + std::size_t{root.firstPage} * kaldb::pageSize + sizeof(kaldb::KALPageHeader);
+    std::memcpy(&file[links + offsetof(kaldb::KALDBPageLinks, next)], &root.topPage, sizeof root.topPage);
+    std::filesystem::remove(database.backup());
+    writeFile(database.file(), file);
+    LogLines log;
+    database.open();
+    table.open(database);
+    std::vector<char> record = table.make(40, 0);
+    EXPECT_EQ(kaldbTableEnumWithCallback(table.handle(), nullptr, [](void*, const void*) { return 0U; }), 1U);
+    EXPECT_EQ(kaldb::kaldbQueryChainRecords(*table.handle()->chain, record.data()), kaldb::Status::success);
+}
+
 struct Callbacks : testing::Test {
     static inline std::string seen;              // events with their statuses; "!" without a record
     static inline std::uint32_t refused = 99;    // the event that is answered with 99
@@ -382,6 +407,11 @@ struct Callbacks : testing::Test {
                 std::exchange(during, nullptr)();
             return event == refused ? 99U : 0U;
         };
+        table.callbacks.checkConstraints = [](std::uint32_t mode, const void* record, std::uint32_t* field) {
+            *field = 1;
+            const bool bad = fieldOf<std::int64_t>(record, offsetof(Record, value)) == (mode == 0 ? 13 : 14);
+            return std::uint32_t{bad ? KALDB_FIELD_INVALID_VALUE : KALDB_FIELD_SUCCESS};
+        };
         table.reopen(database);
         seen.clear();
     }
@@ -396,13 +426,26 @@ TEST_F(Callbacks, AreCalledInOrderAndMayRefuse)
         const char* seen;
         std::function<std::uint32_t()> operation;
     };
-    const std::uint32_t no = 99;
+    const std::uint32_t no = 99, badField = KALDB_FIELD_INVALID_VALUE;
+    const auto updateCurrent = [&](std::int64_t key, std::int64_t value, const KALDBID& stamped) {
+        KALEnumerator* walk = nullptr;
+        EXPECT_EQ(table.enumerate(key, walk, false, byKey), 0U);
+        std::vector<char> record = table.make(key, value);
+        std::memcpy(record.data(), &stamped, sizeof stamped);
+        const std::uint32_t status = kaldbTableUpdateCurrentRecord(table.handle(), walk, record.data());
+        EXPECT_EQ(kalEnumeratorFree(walk), 0U);
+        return status;
+    };
     const Step steps[] = {
         {no, 0, "0:0 1:0 ", [&] { return table.insert(1, 0, &id); }},
         {no, alreadyExists, "0:0 1:17 ", [&] { return table.insert(1); }},
         {no, 0, "4:0 5:0 ", [&] { return table.update(1, 5, id); }},
         {no, notFound, "", [&] { return table.update(2, 5); }},  // a key that falls off the tree is not an update
         {no, 0, "6:0 ", [&] { return table.find(1); }},
+        {no, badField, "", [&] { return table.insert(3, 13); }},
+        {no, badField, "", [&] { return table.update(1, 13, id); }},
+        {no, badField, "", [&] { return updateCurrent(1, 14, id); }},
+        {no, 0, "2:0 0:0 1:0 3:0 ", [&] { return updateCurrent(1, 13, id); }},
         {KALDB_EVENT_BEFORE_INSERT, 99, "0:0 ", [&] { return table.insert(7); }},
         {KALDB_EVENT_BEFORE_UPDATE, 99, "4:0 ", [&] { return table.update(1, 6, id); }},
         {KALDB_EVENT_BEFORE_DELETE, 99, "2:0 ", [&] { return table.remove(1); }},

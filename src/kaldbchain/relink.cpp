@@ -23,15 +23,12 @@ void traceLinks([[maybe_unused]] const char16_t* what, [[maybe_unused]] const Ch
 }
 
 /// Replaces a page number in the chain's root object.
-Status relinkRootObject(const KALDBChain& chain, PageNumber from, PageNumber to)
+Status relinkRootObject(const KALDBChain& chain, KALDBRootObject& object, PageNumber from, PageNumber to)
 {
     if (chain.kind == KALDB_OBJECT_ROOT) {
         const Status status = kaldbUpdateRootElement(from, to);
         return failed(status) ? KAL_TRACE(here, status, u"could not update root element") : status;
     }
-    KALDBRootObject object;
-    if (Status s = rootObjectOf(chain, object); failed(s))
-        return KAL_TRACE(here, s, u"could not get root object for chain '%s'", chain.name);
     if (object.topPage == from)
         object.topPage = to;
     if (object.firstPage == from)
@@ -41,62 +38,69 @@ Status relinkRootObject(const KALDBChain& chain, PageNumber from, PageNumber to)
     return Status::success;
 }
 
-/// In the parent, the link that held one page's number holds the other's; `prev` is looked at first.
-Status relinkParent(const KALDBChain& chain, PageNumber parentPage, PageNumber from, PageNumber to)
+/// Loads the parent, which must know the page.
+Status loadParent(const KALDBChain& chain, PageNumber parentPage, PageNumber page, ChainPage& parent)
 {
     KAL_TRACE(here, u"loading parent page %ld", parentPage);
-    ChainPage parent{here, u"could not unload parent page %ld"};
     if (Status s = parent.load(chain, LockType::write, parentPage); failed(s))
         return KAL_TRACE(here, s, u"could not load parent page %ld", parentPage);
-    if (parent.links().prev == from)
-        parent.links().prev = to;
-    else if (parent.links().next == from)
-        parent.links().next = to;
-    else
-        return damagedChain(here, parentPage);
-    traceLinks(u"parent", parent);
-    if (Status s = parent.markDirty(); failed(s))
-        KAL_TRACE(here, s, u"could not set parent page %ld as dirty", parentPage);
-    return Status::success;
+    const KALDBPageLinks& links = parent.links();
+    return links.prev == page || links.next == page ? Status::success : damagedChain(here, parentPage);
 }
 
-Status relinkChild(const KALDBChain& chain, PageNumber childPage, PageNumber from, PageNumber to)
+Status loadChild(const KALDBChain& chain, PageNumber childPage, PageNumber page, ChainPage& child)
 {
     KAL_TRACE(here, u"loading child page %ld", childPage);
-    ChainPage child{here, u"could not unload child page %ld"};
     if (Status s = child.load(chain, LockType::write, childPage); failed(s))
         return KAL_TRACE(here, s, u"could not load child page %ld", childPage);
-    if (child.links().parent != from)
-        return damagedChain(here, childPage);
+    return child.links().parent == page ? Status::success : damagedChain(here, childPage);
+}
+
+/// In the parent, the link that held one page's number holds the other's; `prev` is looked at first.
+void relinkParent(const ChainPage& parent, PageNumber from, PageNumber to)
+{
+    KALDBPageLinks& links = parent.links();
+    (links.prev == from ? links.prev : links.next) = to;
+    traceLinks(u"parent", parent);
+    if (Status s = parent.markDirty(); failed(s))
+        KAL_TRACE(here, s, u"could not set parent page %ld as dirty", parent.number());
+}
+
+void relinkChild(const ChainPage& child, PageNumber to)
+{
     child.links().parent = to;
     traceLinks(u"child", child);
     if (Status s = child.markDirty(); failed(s))
-        KAL_TRACE(here, s, u"could not set child page %ld as dirty", childPage);
-    return Status::success;
+        KAL_TRACE(here, s, u"could not set child page %ld as dirty", child.number());
 }
 
-/// The steps outside the two pages, of which the last that failed has changed nothing. The earlier ones are taken
-/// back; where even that fails, no further backup is made, so that the last good one stays.
+/// The steps outside the two pages; a failure has changed nothing. A page that the root object names has a parent or a
+/// `prev` child, never both: beside the two pages, two are held at most.
 Status relinkNeighbours(const KALDBChain& chain, const KALDBPageLinks& links, PageNumber from, PageNumber to)
 {
-    if (Status s = relinkRootObject(chain, from, to); failed(s))
-        return s;
-    Status status = Status::success;
-    bool parentRelinked = false;
-    if (links.parent != noPage) {
-        status = relinkParent(chain, links.parent, from, to);
-        parentRelinked = ok(status);
-    }
-    if (ok(status) && links.prev != noPage)
-        status = relinkChild(chain, links.prev, from, to);
-    if (ok(status))
-        return status;
-    Status undone = relinkRootObject(chain, to, from);
-    if (parentRelinked)
-        keepFirst(undone, relinkParent(chain, links.parent, to, from));
-    if (failed(undone))
-        chainStorage().pageManager->noteDamage();
-    return status;
+    KALDBRootObject object;
+    if (Status s = rootObjectOf(chain, object); failed(s))
+        return KAL_TRACE(here, s, u"could not get root object for chain '%s'", chain.name);
+    const bool named = object.topPage == from || object.firstPage == from;
+    if (!named)
+        if (Status s = relinkRootObject(chain, object, from, to); failed(s))
+            return s;
+    ChainPage parent{here, u"could not unload parent page %ld"};
+    ChainPage child{here, u"could not unload child page %ld"};
+    if (links.parent != noPage)
+        if (Status s = loadParent(chain, links.parent, from, parent); failed(s))
+            return s;
+    if (links.prev != noPage)
+        if (Status s = loadChild(chain, links.prev, from, child); failed(s))
+            return s;
+    if (named)
+        if (Status s = relinkRootObject(chain, object, from, to); failed(s))
+            return s;
+    if (parent)
+        relinkParent(parent, from, to);
+    if (child)
+        relinkChild(child, to);
+    return Status::success;
 }
 
 }  // namespace
@@ -137,8 +141,8 @@ Status dbchainCheckChild(const KALDBChain& chain, PageNumber child, PageNumber p
 
 Status dbchainCheckRelink(const KALDBChain& chain, const ChainPage& existing)
 {
-    // The new page, and one page at a time beside it.
-    if (Status s = chainStorage().pageManager->canHold(2); failed(s))
+    // The new page, and two pages at a time beside it.
+    if (Status s = chainStorage().pageManager->canHold(3); failed(s))
         return s;
     const KALDBPageLinks& links = existing.links();
     if (Status s = dbchainCheckRootObject(chain); failed(s))
