@@ -105,7 +105,7 @@ public:
     std::uint32_t change(int step, std::map<std::int64_t, std::string>& model) const
     {
         Row row;
-        row.key = step % 4 < 2 ? step * 37 % 101 : std::next(model.begin(), step % 2)->first;
+        row.key = step % 4 < 2 ? step * 37 % 1009 : std::next(model.begin(), step % 2)->first;
         row.value = step;
         if (step % 4 == 3) {
             const std::uint32_t s = kaldbTableDeleteRecord(table_, &row, 0, nullptr);
@@ -198,8 +198,8 @@ protected:
         return text;
     }
 
-    /// Changes, a close, changes, a running backup, changes, another one, changes, a close. `tell` is told what an open
-    /// may show from here on.
+    /// Changes, a close, changes, a running backup, changes, another one, changes, a close, as often as asked for.
+    /// `tell` is told what an open may show from here on.
     bool live(const std::function<void(Allowed)>& tell)
     {
         std::uint32_t done = 0;
@@ -219,13 +219,17 @@ protected:
             return status == 0;
         };
         tell({0, 0});
-        return store.open(0) == 0 && work(21) && finished(store.close()) && store.open(0) == 0 && work(11) &&
-               finished(store.backup()) && work(13) && finished(store.backup()) && work(9) && finished(store.close());
+        bool good = true;
+        for (unsigned i = 0; i < histories && good; ++i)
+            good = store.open(0) == 0 && work(21) && finished(store.close()) && store.open(0) == 0 && work(11) &&
+                   finished(store.backup()) && work(13) && finished(store.backup()) && work(9) &&
+                   finished(store.close());
+        return good;
     }
 
     Recording recordLife()
     {
-        Recording recording{first, {}, {4, 4}};
+        Recording recording{first, {}, {4 * histories, 4 * histories}};
         calls::startRecording(first);
         EXPECT_TRUE(live([](Allowed allowed) { calls::layer().tag = allowed.tag(); }));
         recording.log = calls::endRecording();
@@ -339,6 +343,7 @@ protected:
     }
 
     static constexpr int firstSteps = 12;
+    const unsigned histories = 1 + torture() / 10;
     Store store;
     std::map<std::int64_t, std::string> model, firstModel;
     std::vector<std::string> states;
@@ -402,6 +407,7 @@ TEST_F(Crash, ProcessesThatDieAtACall)
         ASSERT_TRUE(WIFSIGNALED(ended) && WTERMSIG(ended) == SIGKILL);
         check(store.files(), allowed);
     }
+    std::printf("%u deaths\n", 24 * torture());
     munmap(&allowed, sizeof allowed);
 }
 
