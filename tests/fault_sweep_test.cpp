@@ -8,10 +8,8 @@
 #include "kaldbindex/pending_changes.h"
 #include "support/database.h"
 #include "support/memory_disk.h"
+#include "support/plain_calls.h"
 #include "support/quiet.h"
-#include "support/values.h"
-
-#include <kaldb/diagnostics.h>
 
 #include <map>
 #include <memory>
@@ -23,10 +21,10 @@ namespace {
 using disk::Fault;
 using test::byHundred;
 using test::byKey;
+using test::done;
 using test::Record;
 
 const char16_t* const path = u"/db";
-const char16_t* const pagesPath = u"/pages";
 
 struct Person : Record {
     char filling[600]{};  // three to a page
@@ -87,7 +85,7 @@ public:
                                          &Session::changePeople, &Session::usePieces,    &Session::dropValues,
                                          &Session::useWalks,     &Session::close,        &Session::open,
                                          &Session::openTables,   &Session::changePeople, &Session::keepValues,
-                                         &Session::close,        &Session::usePageFile,  &Session::usePagesInMemory};
+                                         &Session::close,        &Session::usePageFile,  &Session::useTheRest};
         for (const Step step : steps) {
             (this->*step)();
             EXPECT_TRUE(db_ == nullptr || test::Database::holdsNothing()) << "after step " << &step - steps.data();
@@ -127,14 +125,6 @@ public:
     bool lostPages() const { return disk::state().fault.waitFailed && cacheBytes_ == 0; }
 
 private:
-    /// Without a fault every operation does what it is expected to do.
-    static bool done(std::uint32_t status, std::uint32_t expected = 0, int line = __builtin_LINE())
-    {
-        if (disk::state().fault.struck == nullptr) {
-            EXPECT_EQ(status, expected) << "line " << line;
-        }
-        return status == expected;
-    }
     unsigned draw(unsigned below) { return static_cast<unsigned>(random_() % below); }
 
     void open()
@@ -362,7 +352,6 @@ private:
             keepText(*kept);
             stored_.push_back(std::move(kept));
         }
-        useValues();
     }
     void keepValue(Stored& kept)
     {
@@ -390,120 +379,21 @@ private:
         kaldbDeinitVarStringTable(db_);
         openTables();
     }
-    /// Values in memory: a change that fails leaves a null value or the old one, never a part.
-    void useValues()
-    {
-        test::Value v;
-        test::Text s, other;
-        KALDBID id;
-        std::uint32_t number = 0, size = 8;
-        std::int32_t order = 0;
-        const void* data = nullptr;
-        const char* text = nullptr;
-        kaldbIDZero(&id);
-        kaldbIDIncrement(&id);
-        kaldbIDCopy(&id, &id);
-        kaldbIDCompare(&id, &id, &order);
-        kaldbIDIsEqual(&id, &id, &number);
-        done(kaldbVariantSetID(&v.v, &id));
-        done(kaldbVariantGetID(&v.v, &id));
-        done(kaldbVariantSetPrimitive(&v.v, 2, &number));
-        done(kaldbVariantGetData(&v.v, &number, &size));
-        done(kaldbVariantSet(&v.v, 21, "twelve bytes", 12));
-        if (done(kaldbVariantSetString(&v.v, KALDB_VT_WSTRING, u"a text that is longer than its room"))) {
-            EXPECT_STREQ(static_cast<const char*>(v.pointer()), "a text that is longer than its room");
-        }
-        kaldbVariantGetType(&v.v, &number);
-        kaldbVariantGetSize(&v.v, &number);
-        kaldbVariantGetDataPointer(&v.v, &data);
-        done(kaldbVariantEmpty(&v.v));
-        v.v.type = 21;
-        v.v.size = 100;
-        done(kaldbVariantAllocate(&v.v));
-        const char16_t* const words = u"more than eight characters";
-        const bool created = done(kaldbVarStringCreate(8, &s.s, words));
-        const bool copied = done(kaldbVarStringDup(&other.s, &s.s));
-        done(kaldbVarStringGetLength(&s.s, &number), created ? 0U : number);
-        kaldbVarStringGet(&s.s, &text);
-        if (created && copied) {
-            EXPECT_EQ(kaldbVarStringCompare(&s.s, &other.s, &order) + static_cast<std::uint32_t>(order), 0U);
-            EXPECT_EQ(other.content(), s.content());
-        }
-        kaldbVarStringICompare(&s.s, &other.s, &order);
-        kaldbVarStringIComparePSZ(&s.s, words, &order);
-    }
 
-    // ---- pages -----------------------------------------------------------------------------------------------------
+    // ---- calls without the database -------------------------------------------------------------------------------
 
-    /// A page file of its own, whose pages hold their numbers.
-    void usePageFile()
+    void usePageFile() { unclosed_ = test::usePageFile(cacheBytes_); }
+    void useTheRest()
     {
-        KALPageManager* manager = nullptr;
-        std::uint32_t number = 0;
-        for (int tries = 0; tries < 2 && manager == nullptr; ++tries)
-            if (!done(kalPageManagerInitialize(pagesPath, cacheBytes_, &manager, &number)))
-                manager = nullptr;
-        if (manager == nullptr)
-            return;
-        std::vector<std::uint32_t> made;
-        for (int i = 0; i < 6; ++i) {
-            void* body = nullptr;
-            if (!done(kalPageManagerCreatePage(manager, KALDB_LOCK_WRITE, &number, &body)))
-                continue;
-            made.push_back(number);
-            std::memcpy(body, &number, sizeof number);
-            done(kalPageManagerSetPageDirty(manager, body));
-            done(kalPageManagerFlushPage(manager, body));
-            done(kalPageManagerReferencePage(manager, body), KALDB_FAILURE);
-            pmIsPageLocked(manager, body);
-            done(kalPageManagerUnloadPage(manager, body));
-        }
-        askPageManager(*manager);
-        for (const std::uint32_t page : made)
-            readPage(*manager, page);
-        done(kalPageManagerFlushAllPages(manager));
-        done(kalPageManagerBackupWhileRunning(manager));
-        bool closed = false;
-        for (int tries = 0; tries < 2 && !closed; ++tries)
-            closed = done(kalPageManagerDeinitialize(manager));
-        if (!closed)
-            unclosed_ = manager;
-        done(kalPageManagerBackup(pagesPath));
-        done(kalPageManagerRestore(pagesPath));
-        done(kalPageManagerFileIsDirty(pagesPath, &number));
+        test::useTracker();
+        test::useTree();
+        test::useSlots();
+        test::useValues();
+        std::uint32_t errors = 0;
         std::FILE* const terminal = std::exchange(stdout, nowhere_.get());  // the listing has a test of its own
-        done(kaldbValidatePages(path, 0, &number), KALDB_FAILURE);
+        done(kaldbValidatePages(path, 0, &errors), KALDB_FAILURE);
         stdout = terminal;
     }
-    void askPageManager(KALPageManager& manager)
-    {
-        std::uint32_t number = 0;
-        const char16_t* location = nullptr;
-        done(kalPageManagerGetPageSize(&manager, &number));
-        done(kalPageManagerGetUsablePageSize(&manager, &number));
-        done(kalPageManagerGetPageCount(&manager, &number));
-        done(kalPageManagerGetLocation(&manager, &location));
-        done(kalPageManagerGetStartPage(&manager, &number));
-        done(kalPageManagerSetStartPage(&manager, 1));
-        pmTracePageManager(&manager);
-        pmTraceFilePages(&manager);
-        pmTraceCachePages(&manager);
-        EXPECT_EQ(pmAreMemPagesLocked(&manager), 0U);
-    }
-    void readPage(KALPageManager& manager, std::uint32_t page) const
-    {
-        void* body = nullptr;
-        if (!done(kalPageManagerLoadPage(&manager, KALDB_LOCK_READ, page, &body)))
-            return;
-        EXPECT_EQ(test::fieldOf<std::uint32_t>(body, 0), page);
-        done(kalPageManagerUnreferencePage(&manager, body));
-        for (int tries = 0; tries < 3 && !done(kalPageManagerUnlockPage(&manager, page)); ++tries)
-            ;
-    }
-    void usePagesInMemory();
-    void useTracker();
-    void useTree();
-    void useSlots();
 
     // ---- what must be there ----------------------------------------------------------------------------------------
 
@@ -566,90 +456,6 @@ private:
     std::vector<std::unique_ptr<Stored>> stored_;
     Contents now_, onDisk_;
 };
-
-void Session::usePagesInMemory()
-{
-    useTracker();
-    useTree();
-    useSlots();
-}
-
-void Session::useTracker()
-{
-    KALPageTracker* tracker = nullptr;
-    std::uint32_t number = 0;
-    if (!done(kalPageTrackerInitialize(20, 0, &tracker)))
-        return;
-    done(kalPageTrackerLockPage(tracker, 3, KALDB_LOCK_READ));
-    kalPageTrackerGetPageLockType(tracker, 3, &number);
-    kalPageTrackerGetPageLockCount(tracker, 3, &number);
-    kalPageTrackerIsPageLocked(tracker, 3, &number);
-    done(kalPageTrackerUnlockPage(tracker, 3));
-    done(kalPageTrackerDeinitialize(tracker));
-}
-
-void Session::useTree()
-{
-    struct alignas(8) Area {
-        char bytes[1976];
-    } first{}, second{};
-    auto* const page = reinterpret_cast<KALBTreePage*>(first.bytes);
-    auto* const other = reinterpret_cast<KALBTreePage*>(second.bytes);
-    Record record;
-    std::uint16_t index = 0;
-    std::uint32_t number = 0;
-    std::int32_t position = 0;
-    void* item = nullptr;
-    done(kalBTreeFormat(page, sizeof first, sizeof record));
-    done(kalBTreeFormat(other, sizeof second, sizeof record));
-    for (record.key = 0; record.key < 40; ++record.key)
-        done(kalBTreeInsertItem(page, &record, byKey, &index));
-    record.key = 7;
-    done(kalBTreeUpdateItem(page, &record, byKey));
-    done(kalBTreeDeleteItem(page, &record, byKey, &index));
-    done(kalBTreeDeleteIndex(page, 9, byKey));
-    done(kalBTreeGetIndex(page, 10, &item));
-    done(kalBTreeGetSmallest(page, &item, &index));
-    record.key = 8;
-    done(kalBTreeSearchPrimaryKey(page, &record, byKey, &item));
-    kalBTreeCompareItem(page, &record, byKey, &position);
-    kalBTreeCanBeHere(page, &record, byKey, &position);
-    kalBTreeGetCount(page, &number);
-    kalBTreeGetMaxCount(page, &number);
-    kalBTreeIsFull(page, &number);
-    kalBTreeShouldSplit(page, &number);
-    KALBTreePage* current = page;
-    KALEnumerator* walk = nullptr;
-    if (done(kalBTreeEnumerate(page, &current, &walk))) {
-        done(kalBTreeGetByEnumerator(page, walk, &item));
-        kalEnumeratorFree(walk);
-    }
-    if (done(kalBTreeSearchPartialKey(page, &record, byHundred, &current, &walk)))
-        kalEnumeratorFree(walk);
-    done(kalBTreeSplit(page, other, 1, byKey));
-    kalBTreeBalance(page);
-    kalBTreeDump(page);
-}
-
-void Session::useSlots()
-{
-    struct alignas(8) Area {
-        char bytes[1976];
-    } area{};
-    auto* const page = reinterpret_cast<KALDBBinaryPage*>(area.bytes);
-    std::array<char, 64> bytes{};
-    KALDBBinaryRecord piece{bytes.data(), 64, 64, KALDB_NO_PAGE, KALDB_NO_SLOT};
-    std::uint16_t index = 0;
-    std::uint32_t number = 0;
-    done(kaldbBinaryPageFormat(page, sizeof area, 64));
-    done(kaldbBinaryPageInsertItem(page, &piece, &index));
-    done(kaldbBinaryPageGetItem(page, index, &piece));
-    done(kaldbBinaryPageUpdateItem(page, index, &piece));
-    done(kaldbBinaryPageIsFull(page, &number));
-    done(kaldbBinaryPageGetCount(page, &number));
-    done(kaldbBinaryPageGetMaxCount(page, &number));
-    done(kaldbBinaryPageDeleteItem(page, index));
-}
 
 // Without optimisation a session takes its time: then each call is met by one of eight seeds.
 #if defined(__OPTIMIZE__)
