@@ -6,6 +6,7 @@
 
 #include "kaldbchain/chain.h"
 #include "kaldbindex/pending_changes.h"
+#include "support/contents.h"
 #include "support/database.h"
 #include "support/memory_disk.h"
 #include "support/plain_calls.h"
@@ -21,7 +22,10 @@ namespace {
 using disk::Fault;
 using test::byHundred;
 using test::byKey;
+using test::Contents;
 using test::done;
+using test::nothing;
+using test::Possible;
 using test::Record;
 
 const char16_t* const path = u"/db";
@@ -30,44 +34,11 @@ struct Person : Record {
     char filling[600]{};  // three to a page
 };
 
-/// What may be found under a key: each of some values, or nothing.
-using Possible = std::set<std::int64_t>;
-constexpr std::int64_t nothing = -1;
-
 /// A long value or text that was stored, as a record holds it.
 struct Stored {
     test::Value value;
     test::Text text{8};
     std::string bytes;
-};
-
-template <class Map>
-void keepCommon(Map& mine, const Map& theirs)
-{
-    std::erase_if(mine, [&theirs](const auto& entry) {
-        const auto found = theirs.find(entry.first);
-        return found == theirs.end() || found->second != entry.second;
-    });
-}
-
-/// What the store must show.
-struct Contents {
-    std::map<std::int64_t, Possible> people;
-    std::map<std::int64_t, std::uint64_t> ids;  // of those that got one, with an entry in the index
-    std::map<int, std::string> values, texts;
-
-    /// This or the other: that no mixture of the two is found is for the tests of crashes to show.
-    void orElse(const Contents& other)
-    {
-        for (const auto& [key, may] : other.people)
-            people.try_emplace(key, Possible{nothing}).first->second.insert(may.begin(), may.end());
-        for (auto& [key, may] : people)
-            if (other.people.count(key) == 0)
-                may.insert(nothing);
-        keepCommon(ids, other.ids);
-        keepCommon(values, other.values);
-        keepCommon(texts, other.texts);
-    }
 };
 
 class Session {

@@ -1,4 +1,5 @@
-// Variants and variable strings in memory: where a value goes, text in and out, and who may read and free what.
+// Variants and variable strings in memory: where a value goes, text in and out, and who may read and free what. Also
+// identifiers and the texts of field codes.
 #include "support/faults.h"
 #include "support/values.h"
 
@@ -6,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -256,6 +258,39 @@ TYPED_TEST(Owners, FreeTheirBlocksAndNobodyElses)
         live.erase(live.begin());
     }
     EXPECT_EQ(faults::liveBlocks(), 0u);
+}
+
+TEST(Identifiers, OrderBySequenceAndEqualByTagAndSequence)
+{
+    KALDBID zero;
+    EXPECT_EQ(kaldbIDZero(&zero), 0U);
+    KALDBID counter = zero, copy{1, 2, 3, 4};
+    EXPECT_EQ(kaldbIDIncrement(&counter), 0U);
+    EXPECT_EQ(counter.spare, 0xFFFF);
+    EXPECT_EQ(kaldbIDCopy(&copy, &zero), 0U);
+    EXPECT_EQ(std::tuple(copy.spare, copy.alignment, copy.sequence), std::tuple(2, 3U, UINT64_MAX));
+    const KALDBID first{0xFFFF, 0xFFFF, 0, 0}, other{1, 0xFFFF, 0, 0};
+    const std::tuple<const KALDBID&, const KALDBID&, std::int32_t, std::uint32_t> pairs[] = {
+        {zero, first, 1, 0}, {first, zero, -1, 0}, {first, other, 0, 0}, {counter, first, 0, 1}};
+    for (const auto& [left, right, expectedOrder, expectedSame] : pairs) {
+        std::int32_t order = 7;
+        std::uint32_t same = 7;
+        EXPECT_EQ(kaldbIDCompare(&left, &right, &order) + kaldbIDIsEqual(&left, &right, &same), 0U);
+        EXPECT_EQ(std::tuple(order, same), std::tuple(expectedOrder, expectedSame));
+    }
+}
+
+TEST(FieldErrors, HaveTextsAndNothingElseHas)
+{
+    for (const auto& [code, text] : std::initializer_list<std::pair<std::uint32_t, const char16_t*>>{
+             {KALDB_FIELD_SUCCESS, u"Success"},
+             {KALDB_FIELD_INVALID_VALUE, u"Invalid field value"},
+             {0x02FF0003, u"Field required"},
+             {0x0200000A, u"Unknown"},
+             {0x0200FFFF, u"Unknown"},
+             {16, u"Unknown"},
+             {0x03000001, u"Unknown"}})
+        EXPECT_EQ(std::u16string{kaldbGetErrorString(code)}, text) << code;
 }
 
 }  // namespace
