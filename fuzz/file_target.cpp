@@ -77,8 +77,6 @@ public:
             if (table != nullptr)
                 kaldbTableClose(table);
         if (kaldbDeinitialize(database_) != 0) {
-            if (disk::state().blocks.count(database_) != 0)
-                kaldbForgetHandle(database_);
             kaldb::abandonStorage(path);
             kaldb::dropAllPendingChanges();
         }

@@ -92,7 +92,8 @@ KALDB_API uint32_t kaldbDeinitialize(KALDBDatabase* handle);
  * read. Writes the changed pages and copies the whole file.
  *
  * Returns 0, KALDB_NOT_OPEN, KALDB_LOCK_CONFLICT from inside a callback, KALDB_DAMAGED when damage was met since the
- * open, so that the old backup is kept, KALDB_BACKUP_FAILED, KALDB_OUT_OF_MEMORY or a file status. After a failure the
+ * open, so that the old backup is kept, KALDB_BACKUP_FAILED, KALDB_OUT_OF_MEMORY, a file status, or a page status
+ * (table.h) that keeps an index from being complete: nothing is written then. After a failure the
  * backup is the old one, if it could be kept.
  */
 KALDB_API uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase* handle);

@@ -164,10 +164,11 @@ Status deinitialize(KALDBDatabase* handle)
         return Status::notOpen;
     if (openDatabase.handle != nullptr && handle != openDatabase.handle)
         return Status::invalidArgument;
-    if (Status s = settleIndexes(); failed(s))
-        return s;
-    kaldbDeinitializeSystemTables(handle);
-    const Status status = closeStorage();
+    Status status = settleIndexes();
+    if (ok(status)) {
+        kaldbDeinitializeSystemTables(handle);
+        status = closeStorage();
+    }
     Handle<KALDBDatabase>{openDatabase.handle}.reset();
     openDatabase.handle = nullptr;
     return status;
