@@ -132,6 +132,8 @@ extern "C" uint32_t kalOwnerLockAcquire(const char16_t* path, KALOwnerLock** loc
         *lock = nullptr;
         if (path == nullptr)
             return Status::invalidArgument;
+        if (*path == u'\0')
+            return Status::fileNotFound;
         auto acquired = std::make_unique<KALOwnerLock>();
         if (Status s = acquire(path, *acquired); failed(s))
             return s;

@@ -163,7 +163,7 @@ KALLIB_API uint32_t kalFileSyncW(const char16_t* path);
    starter waits for that, up to 30 seconds, and then meets the owner. An unsettled lock of this process on the same
    directory is not waited for.
    Returns 0, KAL_INVALID_ARGUMENT, KAL_FILE_IN_USE when another process or another lock of this one owns the database
-   or keeps the directory, KAL_NOT_A_FILE, or a status from above.
+   or keeps the directory, KAL_NOT_A_FILE, KAL_FILE_NOT_FOUND for an empty path, or a status from above.
 
        KALOwnerLock* lock;
        if (kalOwnerLockAcquire(path, &lock) == KAL_SUCCESS) {
