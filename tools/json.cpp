@@ -76,7 +76,7 @@ Json Json::parse(const std::string& text, const std::string& input)
 {
     try {
         return Json{Node{Value::parse(text)}};
-    } catch (const Value::parse_error& error) {
+    } catch (const Value::exception& error) {  // also a number beyond every range
         throw Failure{Exit::wrongUse, "input", input, error.what(), {}};
     }
 }
