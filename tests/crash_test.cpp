@@ -343,7 +343,7 @@ protected:
     }
 
     static constexpr int firstSteps = 12;
-    const unsigned histories = 1 + torture() / 10;
+    const unsigned histories = 1 + std::min(torture(), 60U) / 10;
     Store store;
     std::map<std::int64_t, std::string> model, firstModel;
     std::vector<std::string> states;

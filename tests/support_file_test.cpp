@@ -422,8 +422,6 @@ TEST_F(Files, ACopyTakesTheModeAndFollowsLinks)
         EXPECT_EQ(kalFileCopyW(u"a", name), KAL_INVALID_ARGUMENT);
 }
 
-// ---- the owner lock
-
 uint32_t tryAcquire(const char16_t* name = u"db")
 {
     KALOwnerLock* lock = nullptr;
