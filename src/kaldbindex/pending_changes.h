@@ -5,7 +5,6 @@
 #pragma once
 
 #include "common/status.h"
-
 #include "kaldbroot/root_object.h"
 
 #include <kaldb/types.h>
