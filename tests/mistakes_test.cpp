@@ -144,15 +144,14 @@ TEST_F(Mistakes, WithPointersThatLeadNowhere)
     validNumber = 21;  // a type of bytes
     wrongPointersGive(invalid, kaldbVariantInitialize, kaldbVariantDeinitialize, kaldbVariantEmpty,
                       kaldbVariantAllocate, kaldbVariantSet, kaldbVariantSetID, kaldbVariantSetBinary,
-                      kaldbVariantGetType, kaldbVariantGetSize, kaldbVariantGetID, kaldbVariantGetData,
-                      kaldbVariantGetDataPointer, kaldbVariantInsertRecord, kaldbVariantGetRecord,
-                      kaldbVariantDeleteRecord);
+                      kaldbVariantGetType, kaldbVariantGetSize, kaldbVariantGetID, kaldbVariantGetDataPointer,
+                      kaldbVariantInsertRecord, kaldbVariantGetRecord, kaldbVariantDeleteRecord);
     wrongPointersGive<2>(invalid, kaldbVariantSetPrimitive, kaldbVariantSetString);
     wrongPointersGive(invalid, kaldbVarStringAllocate, kaldbVarStringDelete, kaldbVarStringGetLength, kaldbVarStringGet,
                       kaldbVarStringCopy, kaldbVarStringDup, kaldbVarStringCompare, kaldbVarStringICompare,
                       kaldbVarStringIComparePSZ, kaldbVarStringInsertRecord, kaldbVarStringGetRecord,
                       kaldbVarStringDeleteRecord);
-    wrongPointersGive<1>(invalid, kaldbVarStringSet);
+    wrongPointersGive<1>(invalid, kaldbVariantGetData, kaldbVarStringSet);
     wrongPointersGive<2>(invalid, kaldbVarStringCreate);
     wrongPointersGive(invalid, kalEnumeratorFree, kalEnumeratorMoveFirst, kalEnumeratorMoveNext, kalEnumeratorGetItem,
                       kalEnumeratorGetUserData, kalFileClose, kalFileFlush, kalFileRead, kalFileWrite, kalFileSeek,

@@ -47,6 +47,8 @@ TEST(Variant, TextComesBackInTheFormOfItsType)
             const auto room = static_cast<uint32_t>(c.bytes.size());
             EXPECT_EQ(value.get(room), c.bytes) << "a buffer of exactly what the value needs";
             EXPECT_TRUE(room == 0 || value.get(room - 1) == "[19]");
+            for (uint32_t given : {0u, room})
+                EXPECT_EQ(kaldbVariantGetData(&value.v, nullptr, &given), room == 0 ? 0u : given == 0 ? 19u : 4u);
         }
     for (const char16_t* broken : {u"\xD83D", u"long enough for a block \xD83D!", u"\xDE00\xD83D"}) {
         Value value{"a value in a block"};
@@ -95,6 +97,7 @@ TEST(Variant, FixedSizesAndRefusals)
 TEST(VarString, OnlyTextIsEverTakenForText)
 {
     Text text{16};
+    EXPECT_EQ(kaldbVarStringCopy(&text.s, nullptr, 0), 19u);
     EXPECT_EQ(std::string(text.area.data(), 17), std::string(16, '\xDD') + '\0') << "nothing behind the area";
     EXPECT_EQ(text.get(), u"") << "allocated, not set";
     for (const auto& [earlier, left] : {std::pair{u"short", "short"}, {u"a text in a block", ""}}) {

@@ -125,6 +125,7 @@ KALDB_API uint32_t kaldbVariantGetID(const KALDBVariant* variant, KALDBID* id);
 
 /* Copies the value. `*size` is the room in bytes on the way in and the bytes written on the way out. KALDB_VT_WSTRING
    comes back as wide text with its terminator, so 2 bytes for every UTF-16 unit, into a buffer aligned for char16_t.
+   `buffer` may be null where nothing is copied.
    Returns 0; KALDB_BUFFER_TOO_SMALL, with `*size` as it was; KALDB_NOT_OPEN when the value's memory is not to be had
    (a value read from a record before kaldbVariantGetRecord, or a copy whose original is gone); KALDB_CONVERSION_FAILED
    when the text is not valid multibyte text; KALDB_NOT_SUPPORTED for a type above 21; KALDB_FAILURE for a size that

@@ -72,7 +72,8 @@ KALDB_API uint32_t kaldbVarStringGet(const KALDBVarString* string, const char** 
 /* The same pointer as the result. */
 KALDB_API const char* kaldbVarStringGetPSZ(const KALDBVarString* string);
 
-/* Copies the text as wide text with its terminator. `chars` is the room in UTF-16 units.
+/* Copies the text as wide text with its terminator. `chars` is the room in UTF-16 units; without enough of it `buffer`
+   may be null.
    Returns 0; KALDB_BUFFER_TOO_SMALL when `chars` is not greater than the units of the text, or when the text is not
    valid multibyte text; KALDB_NOT_OPEN; KALDB_OUT_OF_MEMORY.
    Example: char16_t name[64]; kaldbVarStringCopy(&person.name, name, 64); */

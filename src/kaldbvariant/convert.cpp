@@ -78,6 +78,8 @@ Status variantGetWideString(const KALDBVariant& variant, void* buffer, std::uint
     if (chars != KAL_CONVERSION_FAILED) {
         if (chars > room)
             return Status::bufferTooSmall;
+        if (buffer == nullptr)
+            return Status::invalidArgument;
         chars = kalMultiByteToWideChar(text, variant.size, static_cast<char16_t*>(buffer), room);
     }
     if (chars == KAL_CONVERSION_FAILED)

@@ -75,8 +75,7 @@ uint32_t kaldbVariantGetID(const KALDBVariant* variant, KALDBID* id)
 
 uint32_t kaldbVariantGetData(const KALDBVariant* variant, void* buffer, uint32_t* size)
 {
-    return given(variant != nullptr && buffer != nullptr && size != nullptr,
-                 [&] { return kaldb::variantGetData(*variant, buffer, *size); });
+    return given(variant != nullptr && size != nullptr, [&] { return kaldb::variantGetData(*variant, buffer, *size); });
 }
 
 uint32_t kaldbVariantGetDataPointer(const KALDBVariant* variant, const void** data)

@@ -229,6 +229,8 @@ Status variantGetData(const KALDBVariant& variant, void* buffer, std::uint32_t& 
             return Status::failure;
         if (bytes == nullptr)
             return Status::notOpen;
+        if (buffer == nullptr)
+            return Status::invalidArgument;
         std::memcpy(buffer, bytes, variant.size);
     }
     size = variant.size;

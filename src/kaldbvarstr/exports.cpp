@@ -47,7 +47,7 @@ const char* kaldbVarStringGetPSZ(const KALDBVarString* string)
 
 uint32_t kaldbVarStringCopy(const KALDBVarString* string, char16_t* buffer, uint32_t chars)
 {
-    return given(string != nullptr && buffer != nullptr, [&] { return kaldb::varStringCopy(*string, buffer, chars); });
+    return given(string != nullptr, [&] { return kaldb::varStringCopy(*string, buffer, chars); });
 }
 
 uint32_t kaldbVarStringDup(KALDBVarString* destination, const KALDBVarString* source)

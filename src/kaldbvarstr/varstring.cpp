@@ -180,6 +180,8 @@ Status varStringCopy(const KALDBVarString& string, char16_t* buffer, std::uint32
         return s;
     if (chars <= kalMultiByteChars(text.get()))
         return Status::bufferTooSmall;
+    if (buffer == nullptr)
+        return Status::invalidArgument;
     const std::uint32_t written = kalMultiByteToWideChar(text.get(), KAL_NUL_TERMINATED, buffer, chars);
     return written == 0 || written == KAL_CONVERSION_FAILED ? Status::bufferTooSmall : Status::success;
 }
