@@ -1,7 +1,9 @@
 // Callers' mistakes: each is answered with a status, holds nothing and changes nothing. The address sanitizer watches.
 
+#include "common/trace.h"
 #include "support/call.h"
 #include "support/database.h"
+#include "support/log_lines.h"
 #include "support/values.h"
 
 #include <functional>
@@ -204,11 +206,14 @@ TEST_F(Mistakes, WhileNothingIsOpenAndWithHandlesOfAnEarlierDatabase)
     ASSERT_EQ(database.close(), 0U);
     const std::string closedFile = readFile(database.file());
     useHandles();
+    const LogLines log;
     make({{notOpen, kaldbDeinitialize, nullptr},
           {notOpen, kaldbBackupDatabaseWhileRunning, nullptr},
           {notOpen, kaldbTableExists, u"T", &value},
           {notOpen, kaldbTableOpen, nullptr, u"T", &table.callbacks, &opened},
-          {notOpen, kaldbTableCreate, nullptr, &longer}});
+          {notOpen, kaldbTableCreate, nullptr, &longer},
+          {notOpen, kaldbInitBinaryTable, nullptr}});
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, "kaldbtable: "), kaldb::tracing ? 3 : 0) << "a line each";
     database.open();
     useHandles();
     EXPECT_TRUE(Database::holdsNothing());

@@ -60,12 +60,12 @@ Status kaldbTableCreate(const KALDBTableInfo& info)
     const std::uint32_t flags =
         (info.flags & KALDB_CHAIN_BINARY) != 0 ? info.flags & ~std::uint32_t{KALDB_CHAIN_GUID} : info.flags;
     const bool indexed = (flags & KALDB_CHAIN_GUID) != 0;
-    if (kaldbChainGetPageManager() == nullptr)
-        return Status::notOpen;
-    if (indexed && !IndexName::fits(info.name))
-        return Status::bufferTooSmall;
     char16_t name[rootNameChars];
     copyChainName(name, info.name);
+    if (kaldbChainGetPageManager() == nullptr)
+        return KAL_TRACE(here, Status::notOpen, u"could not create table '%s'", name);
+    if (indexed && !IndexName::fits(info.name))
+        return Status::bufferTooSmall;
     if (Status s = kaldbCreateChain(KALDB_OBJECT_TABLE, name, info.recordSize, flags); failed(s))
         return KAL_TRACE(here, s, u"could not create table '%s'", name);
     KAL_TRACE(here, u"successfully created table '%s'", name);

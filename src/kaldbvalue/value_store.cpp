@@ -1,7 +1,7 @@
 // Blocks are checked where they enter, in `BlockWalk`; what follows a walk may trust them.
 #include "kaldbvalue/value_store.h"
 
-#include "kaldbroot/root_object.h"
+#include "kaldbroot/catalogue.h"
 
 #include <algorithm>
 #include <array>
@@ -86,10 +86,11 @@ Status ValueStore::open(KALDBDatabase* db, const TraceSource& here)
 {
     if (isOpen())
         return Status::success;
-    std::uint32_t exists = 0;
-    if (Status s = asStatus(kaldbTableExists(name_, &exists)); failed(s))
-        return KAL_TRACE(here, s, u"problem retrieving data for '%s' table", name_);
-    if (exists == 0)
+    KALDBRootObject object;
+    const Status found = kaldbGetRootObject(KALDB_OBJECT_TABLE, name_, object);
+    if (failed(found) && found != Status::notFound)
+        return KAL_TRACE(here, found, u"problem retrieving data for '%s' table", name_);
+    if (failed(found))
         if (Status s = create(db); failed(s))
             return KAL_TRACE(here, s, u"could not create '%s' table", name_);
 
