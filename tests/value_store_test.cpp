@@ -127,6 +127,12 @@ TEST_F(Values, WhatCanBeStoredAndWhatIsNotOpen)
     cramped.s.capacity = 3;
 
     EXPECT_EQ(statuses(id), (Statuses{1, 1, 1}));
+    for (const uint32_t type : {15u, 16u}) {
+        Value nothing{0};
+        nothing.set("", type);
+        EXPECT_EQ(statuses(nothing), (Statuses{type == 16 ? 0u : 1u, 6, 6})) << "neither inline nor in blocks";
+        EXPECT_TRUE(kaldbVariantAllocate(&nothing.v) == 0 && nothing.v.location.page == KALDB_NO_PAGE);
+    }
     EXPECT_EQ(statuses(wide), (Statuses{0, 0, 0}));
     for (const uint32_t type : {15u, 16u, 18u, 19u, 20u, 21u}) {
         Value value{pattern(100), type};

@@ -84,8 +84,8 @@ KALDB_API uint32_t kaldbVariantDeinitialize(KALDBVariant* variant);
 KALDB_API uint32_t kaldbVariantEmpty(KALDBVariant* variant);
 
 /* Gives the variant a block of `size` zero bytes at `data`, to be filled by the caller; an earlier own block is freed.
-   Returns 0, KALDB_NOT_APPLICABLE for a value that lies in the structure (`size` below `inlineSize`, or 0, or a type of
-   fixed size), KALDB_OUT_OF_MEMORY (the variant then stays as it was). */
+   Returns 0, KALDB_NOT_APPLICABLE for a value that lies in the structure (`size` below `inlineSize`, or a type of fixed
+   size), KALDB_OUT_OF_MEMORY (the variant then stays as it was). */
 KALDB_API uint32_t kaldbVariantAllocate(KALDBVariant* variant);
 
 /* Sets a value by its type: a type of fixed size as kaldbVariantSetPrimitive does and a string (16, 17, 18) as
@@ -145,7 +145,8 @@ KALDB_API uint32_t kaldbDeinitBinaryTable(KALDBDatabase* db);
 
 /* Stores a long value and sets `location`. A value that is stored already is stored once more, as a new copy: delete
    the old one first (kaldbVariantDeleteRecord) unless another record refers to it.
-   Returns 0; KALDB_NOT_APPLICABLE for a value smaller than `inlineSize`, which travels in the structure, or of size 0;
+   Returns 0, also for one of size 0 and `inlineSize` 0, which has no blocks and so no place; KALDB_NOT_APPLICABLE for a
+   value smaller than `inlineSize`, which travels in the structure;
    KALDB_FAILURE for another type than 16, 17, 18, 20 and 21; KALDB_NOT_OPEN when the store is not open or the value's
    memory is not to be had; otherwise what an insertion into the table returned: `location` is then as it was, and
    blocks already written stay behind. */
@@ -154,7 +155,7 @@ KALDB_API uint32_t kaldbVariantInsertRecord(KALDBVariant* variant);
 /* Reads a long value back. `type`, `inlineSize`, `size` and `location` must be as kaldbVariantInsertRecord left them;
    `data` may be anything. `inlineSize` is believed: check it in a record from a file that you do not trust. The
    variant's earlier own memory is freed.
-   Returns 0; KALDB_NOT_APPLICABLE for a value that travels in the structure, after pointing `data` at it;
+   Returns 0; KALDB_NOT_APPLICABLE for a value that travels in the structure or has size 0, after pointing `data` there;
    KALDB_FAILURE for a type that the store does not take, and for a damaged value; KALDB_NOT_OPEN; KALDB_OUT_OF_MEMORY;
    otherwise what reading the table returned (KALDB_NOT_FOUND: no such place). When reading failed, `data` is null. */
 KALDB_API uint32_t kaldbVariantGetRecord(KALDBVariant* variant);

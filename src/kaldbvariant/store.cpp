@@ -22,11 +22,17 @@ bool storable(std::uint32_t type)
 /// Success for a value that belongs into the store, and the store is open.
 Status checkStorable(const KALDBVariant& variant)
 {
-    if (variant.size < variant.inlineSize || variant.size == 0)
+    if (variant.size < variant.inlineSize)
         return Status::notApplicable;
     if (!storable(variant.type))
         return Status::failure;
     return store.isOpen() ? Status::success : Status::notOpen;
+}
+
+/// The same for one that can have blocks in the store.
+Status checkStored(const KALDBVariant& variant)
+{
+    return variant.size == 0 ? Status::notApplicable : checkStorable(variant);
 }
 
 }  // namespace
@@ -40,7 +46,7 @@ Status variantInsertRecord(KALDBVariant& variant)
     if (Status s = checkStorable(variant); failed(s))
         return s;
     const std::byte* bytes = variantBytes(variant);
-    if (bytes == nullptr)
+    if (bytes == nullptr && variant.size > 0)
         return Status::notOpen;
     return store.insert({bytes, variant.size}, variant.location, inserting, u"could not insert remainder of value",
                         u"could not insert value block %ld");
@@ -48,7 +54,7 @@ Status variantInsertRecord(KALDBVariant& variant)
 
 Status variantGetRecord(KALDBVariant& variant)
 {
-    if (Status s = checkStorable(variant); failed(s)) {
+    if (Status s = checkStored(variant); failed(s)) {
         if (s == Status::notApplicable && storable(variant.type))
             variantPointInline(variant);
         return s;
@@ -64,7 +70,7 @@ Status variantGetRecord(KALDBVariant& variant)
 
 Status variantDeleteRecord(KALDBVariant& variant)
 {
-    if (Status s = checkStorable(variant); failed(s))
+    if (Status s = checkStored(variant); failed(s))
         return s;
     return store.remove(variant.location, variant.size, deleting, u"could not delete variant");
 }

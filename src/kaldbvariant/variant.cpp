@@ -125,7 +125,7 @@ void variantEmpty(KALDBVariant& variant)
 
 Status variantAllocate(KALDBVariant& variant)
 {
-    if (variant.size < variant.inlineSize || variant.size == 0 || variantHasFixedValue(variant))
+    if (variant.size < variant.inlineSize || variantHasFixedValue(variant))
         return Status::notApplicable;
     NewBlock block{&variant, variant.size, variantSource};
     if (block.address() == nullptr)
