@@ -4,6 +4,7 @@
 #include "kaldbbinarypage/binary_view.h"
 #include "kaldbbinarypage/layout.h"
 #include "kaldbvalidate/internal.h"
+#include "support/log_lines.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -223,6 +224,7 @@ TEST(BTreePage, WalksMoveOddlyAndMeetSwappedPages)
     KALEnumerator* made = nullptr;
     Bytes item(8);
     uint32_t position = 0;
+    const test::LogLines log;
     ASSERT_EQ(kalBTreeEnumerate(tree.page(), &reference, &made), KALDB_SUCCESS);
     const Enumerator walk{made};
     refuseEnumerators = true;  // the leak sanitizer looks for the record
@@ -245,6 +247,7 @@ TEST(BTreePage, WalksMoveOddlyAndMeetSwappedPages)
     EXPECT_EQ(item, tree.item(3));
     EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 3, byKey), KALDB_SUCCESS);
     EXPECT_EQ(kalEnumeratorMoveNext(made), KALDB_END_OF_ENUMERATION) << "the current item went: its slot leads nowhere";
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, "kalbtree: btreeEnumMoveSequential() locating item\n"), tracing ? 7 : 0);
 }
 
 TEST(BTreePage, CapacityAndBytes)

@@ -35,6 +35,8 @@ Status moveNext(KALBTreeEnum& record, std::uint32_t& position)
 
 Status move(KALBTreeEnum& record, std::uint32_t kind, std::uint32_t& position)
 {
+    if (kind != KAL_MOVE_NEXT)  // which says so itself
+        KAL_TRACE(btreeSource(u"btreeEnumMoveSequential"), u"locating item");
     switch (kind) {
     case KAL_MOVE_FIRST:
         record.walk.moveFirst();
