@@ -133,7 +133,7 @@ uint32_t kalBTreeGetByEnumerator(KALBTreePage* page, KALEnumerator* enumerator, 
         [&](BTreeView view) {
             return giveItem(item, [&](std::byte*& place) { return view.getByEnumerator(enumerator, place); });
         },
-        page, enumerator, item);
+        page, item);
 }
 
 uint32_t kalBTreeShouldSplit(KALBTreePage* page, uint32_t* flag)
