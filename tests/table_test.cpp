@@ -1,6 +1,7 @@
 // Tables: which can be made, how they are listed, what their indexes follow; their walks and callbacks: what they hold,
 // what they keep others from doing, and what they may do themselves.
 
+#include "common/trace.h"
 #include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
 #include "support/chain_shape.h"
@@ -72,10 +73,12 @@ TEST(Tables, AreCreatedWhereNameAndSizeAllowItAndListedByName)
                                   {name31 + u"x", 32, plain, alreadyExists},
                                   {u"Largest", 1964, plain, 0},
                                   {u"Pieces", 1956, raw, 0}};
+    const LogLines log;
     for (const Creation& c : creations) {
         EXPECT_EQ(create(c.name, c.recordSize, c.flags), c.status) << c.recordSize;
         EXPECT_TRUE(c.status != tooSmall || pageCount() == pages) << c.recordSize;
     }
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, "could not format initial page for '"), kaldb::tracing ? 5 : 0);
     ASSERT_EQ(kaldb::kaldbindexCreate(u"HalfIndex"), kaldb::Status::success);
     EXPECT_EQ(create(u"Half", 32, withIDs), alreadyExists) << "a table stays when its index cannot be made";
 

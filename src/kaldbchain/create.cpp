@@ -73,9 +73,12 @@ Status kaldbCreateChain(std::int32_t kind, const char16_t* name, std::uint32_t r
 {
     if (!chainStorage().up())
         return Status::notOpen;
-    if (Status s = checkRecordSize(recordSize, flags); failed(s))
-        return s;
     KALDBRootObject object = rootObjectKey(kind, name);
+    if (Status s = checkRecordSize(recordSize, flags); failed(s)) {
+        KAL_TRACE(verbatim, u"kaldbchain: kaldbCreateChain() could not format initial page for '%s'[0x%02X - %s]\n",
+                  object.name, code(s), kalErrorGetString(code(s)));
+        return s;
+    }
     object.id = zeroIdentifier();
     object.nextID = zeroIdentifier();
     object.nextID.sequence = 0;
@@ -91,11 +94,8 @@ Status kaldbCreateChain(std::int32_t kind, const char16_t* name, std::uint32_t r
     KALDBChain shape{};
     shape.recordSize = recordSize;
     shape.flags = flags;
-    if (Status s = page.format(shape); failed(s)) {
-        KAL_TRACE(verbatim, u"kaldbchain: kaldbCreateChain() could not format initial page for '%s'[0x%02X - %s]\n",
-                  object.name, code(s), kalErrorGetString(code(s)));
+    if (Status s = page.format(shape); failed(s))
         return s;
-    }
     if (Status s = page.markDirty(); failed(s))
         KAL_TRACE(here, s, u"could not set initial page dirty for '%s'", object.name);
 
