@@ -79,6 +79,7 @@ TEST(Tables, AreCreatedWhereNameAndSizeAllowItAndListedByName)
         EXPECT_TRUE(c.status != tooSmall || pageCount() == pages) << c.recordSize;
     }
     EXPECT_EQ(log.count(KAL_LOG_TRACE, "could not format initial page for '"), kaldb::tracing ? 5 : 0);
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, "lock conflict"), 0) << "nothing looks for a page that its caller holds";
     ASSERT_EQ(kaldb::kaldbindexCreate(u"HalfIndex"), kaldb::Status::success);
     EXPECT_EQ(create(u"Half", 32, withIDs), alreadyExists) << "a table stays when its index cannot be made";
 

@@ -85,11 +85,20 @@ Status kaldbInsertRootObject(KALDBRootObject& object)
     return Status::success;
 }
 
+namespace {
+
+/// With a walk or an operation on the root chain only a search meets every page that may be locked.
+bool placesAreOfUse()
+{
+    return rootChain != nullptr && rootChain->state != nullptr && !plainDescents() && rootChain->state->running == 0 &&
+           rootChain->state->walks == 0;
+}
+
+}  // namespace
+
 Status loadRootObjectInPlace(const ChainState* state, const KALDBRootObject& key, ChainPage& page, SlotIndex& slot)
 {
-    // With a walk or an operation on the root chain only a search meets every page that may be locked.
-    if (state == nullptr || state->rootPage == noPage || rootChain == nullptr || rootChain->state == nullptr ||
-        plainDescents() || rootChain->state->running > 0 || rootChain->state->walks > 0)
+    if (state == nullptr || state->rootPage == noPage || !placesAreOfUse())
         return Status::notApplicable;
     if (failed(page.load(*rootChain, LockType::write, state->rootPage)))
         return Status::notApplicable;
@@ -135,7 +144,7 @@ Status storeRootObject(ChainState* state, KALDBChain& root, KALDBRootObject& obj
         return Status::success;
     }
     const Status status = kaldbUpdateChainRecord(root, &object);
-    if (ok(status) && state != nullptr && !plainDescents())
+    if (ok(status) && state != nullptr && placesAreOfUse())
         notePlace(*state, root, object);
     return status;
 }
