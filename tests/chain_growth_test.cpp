@@ -199,6 +199,23 @@ TEST(ChainGrowth, FollowsTheSimulationPageByPage)
         }
 }
 
+TEST(ChainGrowth, FourSlotsAreEnoughUnderAWalkOfAnotherTable)
+{
+    Database database{0};
+    Table walked{database, u"Walked", 32}, other{database, u"Other", 500};
+    ASSERT_EQ(walked.insert(1), 0U);
+    const auto growAndShrink = [](void* context, const void*) {
+        auto& table = *static_cast<Table*>(context);
+        for (std::int64_t key = 0; key < 401; ++key)
+            EXPECT_EQ(table.insert(key * 37 % 401), 0U) << key;
+        for (std::int64_t key = 0; key < 401; ++key)
+            EXPECT_EQ(table.remove(key * 53 % 401), 0U) << key;
+        return 0U;
+    };
+    EXPECT_EQ(kaldbTableEnumWithCallback(walked.handle(), &other, growAndShrink), 0U);
+    EXPECT_EQ(other.allKeys(), std::vector<std::int64_t>{});
+}
+
 TEST(ChainGrowth, StartPageFollowsTheRootEntryOfAnExistingFile)
 {
     Database database{0};  // where the catalogue's split and a new table's page do not fit together

@@ -53,15 +53,6 @@ Status insertRootElement(const ChainPage& page, KALDBRootObject& object)
     return Status::success;
 }
 
-/// A split holds the page, the new one, and two at a time beside them.
-constexpr std::uint32_t splitPages = 4;
-
-Status unloadInitialPage(ChainPage& page, [[maybe_unused]] const KALDBRootObject& object)
-{
-    const Status status = page.release();
-    return failed(status) ? KAL_TRACE(here, status, u"could not unload initial page for '%s'", object.name) : status;
-}
-
 Status describe(const ChainPage& page, KALDBRootObject& object)
 {
     if (object.kind == KALDB_OBJECT_ROOT)
@@ -109,13 +100,11 @@ Status kaldbCreateChain(std::int32_t kind, const char16_t* name, std::uint32_t r
         KAL_TRACE(here, s, u"could not set initial page dirty for '%s'", object.name);
 
     object.topPage = object.firstPage = page.number();
-    // Where this page and a split of the catalogue's cannot be held together, this one goes first.
-    Status unloaded = Status::success;
-    if (kind != KALDB_OBJECT_ROOT && failed(chainStorage().pageManager->canHold(splitPages)))
-        unloaded = unloadInitialPage(page, object);
     Status status = describe(page, object);
-    keepFirst(unloaded, unloadInitialPage(page, object));
-    keepFirst(status, unloaded);
+    if (Status s = page.release(); failed(s)) {
+        KAL_TRACE(here, s, u"could not unload initial page for '%s'", object.name);
+        keepFirst(status, s);
+    }
     return status;
 }
 

@@ -24,9 +24,9 @@ Status KALPageManager::load(LockType lock, PageNumber page, std::byte*& body)
     return Status::success;
 }
 
-Status KALPageManager::canHold(std::uint32_t pages) const
+Status KALPageManager::canHold(std::uint32_t pages)
 {
-    if (!cache_.hasRoomFor(pages))
+    if (!cache_.makeRoomFor(pages))
         return Status::outOfMemory;
     return tracker_->freeRecords() < pages ? Status::full : Status::success;
 }

@@ -56,9 +56,9 @@ public:
     /// Releases one lock and nothing else: no reference, no read.
     Status releaseLock(PageNumber page);
 
-    /// Whether that many pages, none of which is held yet, could be held at once: `outOfMemory` when the cache has no
-    /// slots for them, `full` when the tracker has no records.
-    Status canHold(std::uint32_t pages) const;
+    /// Whether that many pages, none of which is held yet, can be held at once, with the spare slots of a small cache
+    /// if need be: `outOfMemory` when the cache has no slots for them, `full` when the tracker has no records.
+    Status canHold(std::uint32_t pages);
 
     Status setDirty(std::byte* body);
     Status flushPage(std::byte* body);

@@ -21,11 +21,13 @@ void kaldb::pmFormatPage(std::byte* page)
 
 bool SlotCache::allocate(std::uint32_t slots)
 {
-    memory_ = allocateMemory(slots * pageSize, sourceFile);
-    if (!memory_ || !index_.reserve(1, sourceFile) || !free_.allocate(slots, sourceFile) ||
-        !unreferenced_.allocate(slots, sourceFile) || !dirty_.allocate(slots, sourceFile))
+    const std::uint32_t withSpare = slots < smallCache ? slots + spareSlots : slots;
+    memory_ = allocateMemory(withSpare * pageSize, sourceFile);
+    if (!memory_ || !index_.reserve(1, sourceFile) || !free_.allocate(withSpare, sourceFile) ||
+        !unreferenced_.allocate(withSpare, sourceFile) || !dirty_.allocate(withSpare, sourceFile))
         return false;
     size_ = slots;
+    sizeWithSpare_ = withSpare;
     return true;
 }
 
@@ -40,6 +42,13 @@ std::uint32_t SlotCache::choose()
     pmFormatPage(at(touched_));
     free_.insert(touched_);
     return touched_++;
+}
+
+bool SlotCache::makeRoomFor(std::uint32_t pages)
+{
+    while (!hasRoomFor(pages) && size_ < sizeWithSpare_)
+        ++size_;
+    return hasRoomFor(pages);
 }
 
 bool SlotCache::hasRoomFor(std::uint32_t pages) const

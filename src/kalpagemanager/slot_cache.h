@@ -38,8 +38,9 @@ public:
     /// The lowest free slot, else the lowest without references, or none.
     std::uint32_t choose();
 
-    /// Whether that many pages could be brought in at once.
-    bool hasRoomFor(std::uint32_t pages) const;
+    /// Whether that many pages can be brought in at once. A small cache takes its spare slots into use for them, for
+    /// good.
+    bool makeRoomFor(std::uint32_t pages);
 
     const KALPageHeader& header(std::uint32_t slot) const { return *reinterpret_cast<const KALPageHeader*>(at(slot)); }
     PageNumber pageOf(std::uint32_t slot) const { return slot < touched_ ? header(slot).page : noPage; }
@@ -78,8 +79,15 @@ private:
     std::byte* at(std::uint32_t slot) const { return memory_.get() + std::size_t{slot} * pageSize; }
     KALPageHeader& mutableHeader(std::uint32_t slot) { return *reinterpret_cast<KALPageHeader*>(at(slot)); }
 
+    /// What a change of several pages may need beside the pages that its caller holds.
+    static constexpr std::uint32_t spareSlots = 3;
+    static constexpr std::uint32_t smallCache = 64;
+
+    bool hasRoomFor(std::uint32_t pages) const;
+
     Memory memory_;
     std::uint32_t size_ = 0;
+    std::uint32_t sizeWithSpare_ = 0;
     std::uint32_t touched_ = 0;
     std::uint64_t contents_ = 0;
     PageIndex index_;
