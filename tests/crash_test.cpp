@@ -343,7 +343,7 @@ protected:
     }
 
     static constexpr int firstSteps = 12;
-    const unsigned histories = 1 + std::min(torture(), 60U) / 10;
+    unsigned histories = 1 + std::min(torture(), 60U) / 10;
     Store store;
     std::map<std::int64_t, std::string> model, firstModel;
     std::vector<std::string> states;
@@ -387,6 +387,7 @@ TEST_F(Crash, ProcessesThatDieAtACall)
 {
     auto& allowed = *static_cast<Allowed*>(
         mmap(nullptr, sizeof(Allowed), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    histories = 1;  // more deaths instead of longer lives
     const Recording life = recordLife();
     for (unsigned round = 0; round < 24 * torture() && !HasFailure(); ++round) {
         const unsigned at = static_cast<unsigned>(random() % life.log.size()) + 1;
