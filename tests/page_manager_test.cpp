@@ -101,7 +101,7 @@ struct ModelLocks {
             {2, refused, 2, 3},        // write
             {3, refused, refused, 3},  // read/write
         };
-        if (type != 0 && held.count(page) == 0 && held.size() == 20)
+        if (held.count(page) == 0 && held.size() == 20)
             return 12;
         if (type > 3)
             return 27;

@@ -89,7 +89,10 @@ KALDB_API uint32_t kalPageManagerLoadPage(KALPageManager* manager, uint32_t lock
  */
 KALDB_API uint32_t kalPageManagerCreatePage(KALPageManager* manager, uint32_t lockType, uint32_t* page, void** body);
 
-/* Releases one lock and one reference of the page. KALDB_SUCCESS; KALDB_INVALID_ARGUMENT. */
+/*
+ * Releases one lock and one reference of the page. KALDB_SUCCESS; KALDB_FULL for a page without a lock when 20 others
+ * are locked; KALDB_INVALID_ARGUMENT.
+ */
 KALDB_API uint32_t kalPageManagerUnloadPage(KALPageManager* manager, void* body);
 
 /*

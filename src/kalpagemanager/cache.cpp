@@ -143,14 +143,17 @@ Status KALPageManager::unload(std::byte* body)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerUnloadPage");
     constexpr TraceSource misspelt = pageManagerSource(u"kalpageManagerUnloadPage");
-    constexpr TraceSource loading = pageManagerSource(u"pmLoadPage");
+    constexpr TraceSource finding = pageManagerSource(u"pmLoadPage");
+    constexpr TraceSource loading = pageManagerSource(u"kalPageManagerLoadPage");
     const std::uint32_t slot = cache_.slotOf(body);
     if (slot == SlotCache::none)
         return Status::invalidArgument;
     const PageNumber page = cache_.header(slot).page;
-    KAL_TRACE(loading, u"page %ld already in memory (SHOW LOCK & COUNT)", page);
-    if (Status s = tracker_->lock(page, static_cast<std::uint32_t>(LockType::none)); failed(s))
+    KAL_TRACE(finding, u"page %ld already in memory (SHOW LOCK & COUNT)", page);
+    if (Status s = tracker_->lock(page, static_cast<std::uint32_t>(LockType::none)); failed(s)) {
+        KAL_TRACE(loading, s, u"could not lock page %ld", page);
         return KAL_TRACE(here, s, u"could not load page %ld", page);
+    }
     cache_.dereference(slot);
     KAL_TRACE(misspelt, u"unloaded page %ld", page);
     return Status::success;

@@ -56,13 +56,13 @@ Status KALPageTracker::lock(PageNumber page, std::uint32_t lockType)
 {
     KALPageLock* record = pagetrackerFindPage(page);
     if (record == nullptr) {
+        record = pagetrackerFindFree();
+        if (record == nullptr)
+            return Status::full;
         if (static_cast<LockType>(lockType) == LockType::none) {
             KAL_TRACE(source(u"pagetrackerAddNoLock"), u"page %ld alredy unlocked", page);
             return Status::success;
         }
-        record = pagetrackerFindFree();
-        if (record == nullptr)
-            return Status::full;
     }
     if (lockType > static_cast<std::uint32_t>(LockType::readWrite))
         return Status::noFreeSlot;
