@@ -141,8 +141,8 @@ KALDB_API uint32_t kalPageManagerGetLocation(KALPageManager* manager, const char
 
 /*
  * A page number that the file's header keeps for the caller; KALDB_NO_PAGE in a new file. It is kept in memory and
- * written at once, after the page itself where that is dirty in the cache; when the write fails it stays changed in
- * memory. KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; a file status.
+ * written at once; when the write fails it stays changed in memory. KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; a file
+ * status.
  */
 KALDB_API uint32_t kalPageManagerGetStartPage(KALPageManager* manager, uint32_t* page);
 KALDB_API uint32_t kalPageManagerSetStartPage(KALPageManager* manager, uint32_t page);

@@ -228,7 +228,7 @@ std::uint32_t kaldbRootIndexUpdate(const KALDBIndexRecord* from, const KALDBInde
     if (same == 0 || from->page != rootEntryPlace.page)
         return code(Status::success);
     // The page manager keeps the new start page in memory even when its header cannot be written now.
-    const Status status = kaldbChainGetPageManager()->setStartPage(to->page);
+    const Status status = kaldbChainGetPageManager()->setStartPageWritten(to->page);
     rootEntryPlace = *to;
     if (failed(status))
         return code(KAL_TRACE(here, status, u"could not update start page"));

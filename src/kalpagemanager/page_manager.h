@@ -74,6 +74,8 @@ public:
     std::uint32_t loadablePages() const { return header_.pagesInFile - (gapEnd_ - gapBegin_); }
     PageNumber startPage() const { return header_.startPage; }
     Status setStartPage(PageNumber page);
+    /// Writes the page first: should the process end, the header names no page that the file does not hold.
+    Status setStartPageWritten(PageNumber page);
     const char16_t* location() const { return reinterpret_cast<const char16_t*>(location_.get()); }
 
     /// Damage was met since the file was opened: backups are refused from now on, so that the last good one stays.

@@ -42,9 +42,17 @@ Status KALPageManager::pmWriteHeader()
     return asStatus(kalFileWrite(file_, &header_, &length));
 }
 
-// Should the process end now, the header must not name a page that the file does not hold. The page stays dirty: its
-// holder is about to go on with it.
 Status KALPageManager::setStartPage(PageNumber page)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerSetStartPage");
+    header_.startPage = page;
+    if (Status s = pmWriteHeader(); failed(s))
+        return KAL_TRACE(here, s, u"could not write header");
+    return Status::success;
+}
+
+// The page stays dirty: its holder is about to go on with it.
+Status KALPageManager::setStartPageWritten(PageNumber page)
 {
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerSetStartPage");
     header_.startPage = page;
@@ -53,9 +61,7 @@ Status KALPageManager::setStartPage(PageNumber page)
             return KAL_TRACE(here, s, u"could not write page %ld", page);
         cache_.markDirty(slot);
     }
-    if (Status s = pmWriteHeader(); failed(s))
-        return KAL_TRACE(here, s, u"could not write header");
-    return Status::success;
+    return setStartPage(page);
 }
 
 Status KALPageManager::flushPage(std::byte* body)
