@@ -57,6 +57,7 @@ TEST_F(PageManager, HeadersThatCannotBeOursAreRefusedAndLeftAlone)
                                     fileHeader(0).substr(0, 91)};
     for (const std::size_t offset : {0u, 3u, 68u, 72u, 84u})
         ++images.emplace_back(fileHeader(0))[offset];
+    test::LogLines log;
     for (const std::string& bad : images) {
         test::writeFile(dir / "db", bad);
         uint32_t dirty = 7;
@@ -67,6 +68,7 @@ TEST_F(PageManager, HeadersThatCannotBeOursAreRefusedAndLeftAlone)
         EXPECT_EQ(dirty, 7u);
         EXPECT_TRUE(same(file(), bad));
     }
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, "InitFromFile() header name mismatch\n"), kaldb::tracing ? 6 : 0);
 }
 
 TEST_F(PageManager, CacheSizesWrapAround)

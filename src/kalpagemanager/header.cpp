@@ -32,8 +32,6 @@ Status kaldb::kalPageManagerInitFromFile(KALFile* file, KALPageFileHeader& heade
     Status s = asStatus(kalFileSeek(file, 0));
     if (ok(s))
         s = asStatus(kalFileRead(file, &found, &length));
-    if (ok(s) && length != sizeof found)
-        s = Status::failure;
     if (failed(s))
         return KAL_TRACE(here, s, u"could not read header from file");
 
@@ -53,6 +51,8 @@ Status kaldb::kalPageManagerInitFromFile(KALFile* file, KALPageFileHeader& heade
         KAL_TRACE(here, u"incompatible version");
         return Status::failure;
     }
+    if (length != sizeof found)
+        return KAL_TRACE(here, Status::failure, u"could not read header from file");
     if ((found.flags & fileDirty) != 0)
         KAL_TRACE(here, u"detected dirty shutdown");
     header = found;
