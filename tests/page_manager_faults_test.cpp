@@ -134,6 +134,16 @@ TEST_F(PageManagerFaults, APageWaitsForTheMarkThatABackupCouldNotBringBack)
     EXPECT_LT(calls.find("kalFileSyncW"), calls.rfind("kalFileWrite")) << calls;
 }
 
+TEST_F(PageManagerFaults, APageThatCannotBeWrittenKeepsNoOtherFromTheFile)
+{
+    ASSERT_EQ(open(), 0u);
+    for (const char* text : {"zero", "one", "two"})
+        ASSERT_EQ(create(text), 0u);
+    faults::failAt("kalFileWrite", 2, injected);  // the header, then all three pages in one piece
+    EXPECT_EQ(kalPageManagerFlushAllPages(manager), injected);
+    EXPECT_TRUE(isComplete(file()));
+}
+
 // After a failed close the handle is gone; the manager opens the file again when it needs it.
 TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
 {

@@ -121,19 +121,30 @@ Status KALPageManager::flushAll()
 // In index order. Only traces show the slots that need no write, so they are visited for traces only.
 Status KALPageManager::flushSlots(bool cleanOnesToo)
 {
-    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
     Status kept = Status::success;
     const auto next = [&](std::uint32_t from) { return cleanOnesToo ? from : cache_.nextDirty(from); };
     for (std::uint32_t slot = next(0); slot < cache_.size();) {
         const std::uint32_t count = neighboursToWrite(slot);
-        const Status s = count == 0 ? kalPageManagerFlushPage(slot) : writeSlots(slot, count);
-        if (failed(s) && s != Status::notApplicable) {
-            KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
-            kept = s;
-        }
+        if (count == 0)
+            ignore(kalPageManagerFlushPage(slot));
+        else
+            keepLast(kept, writePiece(slot, count));
         slot = next(slot + std::max(count, 1U));
     }
     return kept;
+}
+
+// One page that cannot be written must not keep its neighbours from the file: after a failure each goes alone.
+Status KALPageManager::writePiece(std::uint32_t slot, std::uint32_t count)
+{
+    constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
+    Status s = writeSlots(slot, count);
+    if (failed(s) && (count == 1 || !markOnDisk_))
+        return KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
+    for (std::uint32_t at = slot; failed(s) && at < slot + count; ++at)
+        if (Status alone = writeSlots(at, 1); failed(alone))
+            s = KAL_TRACE(here, alone, u"could not write page %ld", cache_.pageOf(at));
+    return s;
 }
 
 /// How many slots from this one on are dirty and hold pages that follow each other in the file.
