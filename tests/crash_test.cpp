@@ -369,14 +369,14 @@ TEST_F(Crash, KillsAtEveryCallAndDuringTheRecoveryFromThem)
 TEST_F(Crash, PowerCutsAtEveryCallAndDuringTheRecoveryFromThem)
 {
     const Recording life = recordLife();
-    cutPowerEverywhere(life, 28 * torture());
+    cutPowerEverywhere(life, 28 * histories);
     Disk disk{life.before};
     for (std::size_t i = 0; i < life.log.size() && !HasFailure(); disk.play(life.log[i++])) {
         if (i % 20 != 7)
             continue;
         Recording recovery;
         if (check(disk.afterKill(), Allowed::of(life.log[i].tag), &recovery))
-            cutPowerEverywhere(recovery, 28 * torture());
+            cutPowerEverywhere(recovery, 28 * histories);
     }
     std::printf("%zu different disks\n", seen.size());
     EXPECT_GE(seen.size(), 5000U);
