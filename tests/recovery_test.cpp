@@ -149,6 +149,7 @@ TEST_F(Recovery, RestoresOnlyWhatIsSpoiledAndOnlyFromASoundBackup)
         const std::uint32_t status = database.tryOpen();
         ASSERT_EQ(status, c.status);
         EXPECT_EQ(log.of(KAL_LOG_ERROR), c.log);
+        EXPECT_EQ(log.count(KAL_LOG_TRACE, "kaldbGetRootObject() could not"), 0);
         if (status != 0) {
             const bool restored = c.log.find("restored backup") != std::string::npos;
             EXPECT_TRUE(bytesOf(database.file()) == (restored ? c.backup : c.database));

@@ -19,10 +19,11 @@ Status kaldbOpenChain(std::int32_t kind, const char16_t* name, const KALDBChainC
         return Status::failure;
     }
     KALDBRootObject object;
-    if (Status s = kaldbGetRootObject(kind, name, object); failed(s)) {
-        if (s != Status::notFound)
-            KAL_TRACE(here, s, u"could not open chain for '%s'", name);
-        return s;
+    const Status found = kind == KALDB_OBJECT_ROOT ? kaldbGetRootEntry(object) : kaldbGetRootObject(kind, name, object);
+    if (failed(found)) {
+        if (found != Status::notFound)
+            KAL_TRACE(here, found, u"could not open chain for '%s'", name);
+        return found;
     }
     handle->kind = kind;
     copyChainName(handle->name, name);
