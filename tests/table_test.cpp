@@ -119,6 +119,13 @@ TEST(Tables, ForgottenAreFreedAndNotClosed)
     EXPECT_EQ(kaldb::kaldbIndexClose(index), kaldb::Status::success);
     EXPECT_EQ(kaldb::kaldbCloseChain(chain), kaldb::Status::success);
     EXPECT_EQ(kaldbForgetHandle(database.handle()), 1U);
+    KALPageTracker* tracker = nullptr;
+    ASSERT_EQ(kalPageTrackerInitialize(1, 0, &tracker), 0U);
+    alignas(KALPageTracker) static std::byte lost[sizeof *tracker];  // tells of the memory that nobody frees
+    std::memcpy(lost, static_cast<void*>(tracker), sizeof lost);
+    EXPECT_EQ(kaldbForgetHandle(tracker), 1U);
+    ASSERT_EQ(kalPageTrackerInitialize(1, 0, &tracker), 0U);
+    EXPECT_EQ(kalPageTrackerDeinitialize(tracker), 0U);
     EXPECT_EQ(table.find(1), 0U);
     table.close();
     EXPECT_EQ(kaldbDeinitialize(nullptr), 0U);

@@ -99,9 +99,9 @@ KALDB_API uint32_t kaldbDeinitialize(KALDBDatabase* handle);
 KALDB_API uint32_t kaldbBackupDatabaseWhileRunning(KALDBDatabase* handle);
 
 /*
- * Frees a database or table handle and nothing else: what the handle stands for stays open, and nothing is written. A
- * table's own memory is lost to the process; a database whose handle was forgotten is closed with any handle, null
- * included. Null: nothing happens.
+ * Frees the handle of a database, table, page manager or page tracker and nothing else: what it stands for stays open,
+ * and nothing is written. Its other memory is lost to the process; a database whose handle was forgotten is closed with
+ * any handle, null included. Null: nothing happens.
  *
  * Always returns KALDB_FAILURE, or KALDB_LOCK_CONFLICT from inside a callback, which frees nothing.
  */

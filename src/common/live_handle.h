@@ -38,6 +38,13 @@ public:
         return live != nullptr;
     }
 
+    /// Takes an object whose memory is about to go off the list, and ends nothing else of it.
+    static void forget(void* handle)
+    {
+        if (isLive(handle))
+            static_cast<LiveHandle*>(static_cast<Object*>(handle))->~LiveHandle();
+    }
+
 private:
     static inline LiveHandle* first_ = nullptr;
     static inline const LiveHandle* found_ = nullptr;

@@ -12,6 +12,7 @@
 #include "kaldbindex/guid_index.h"
 #include "kaldbindex/pending_changes.h"
 #include "kaldbtable/table.h"
+#include "kalpagemanager/page_manager.h"
 
 #include <kaldb/database.h>
 #include <kaldb/variant.h>
@@ -207,7 +208,9 @@ uint32_t kaldbForgetHandle(void* handle)
 {
     if (insideChainOperation())
         return code(Status::lockConflict);
-    forgetTable(handle);
+    KALDBTable::forget(handle);
+    KALPageManager::forget(handle);
+    KALPageTracker::forget(handle);
     if (handle == openDatabase.handle)
         openDatabase.handle = nullptr;
     kalHandleFree(handle);

@@ -173,10 +173,4 @@ Status closeTable(KALDBTable* table)
     return Status::success;
 }
 
-void forgetTable(void* handle)
-{
-    if (KALDBTable::isLive(handle))
-        static_cast<KALDBTable*>(handle)->~KALDBTable();
-}
-
 }  // namespace kaldb

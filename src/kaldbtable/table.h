@@ -20,8 +20,6 @@ Status kaldbTableCreate(const KALDBTableInfo& info);
 Status kaldbTableExists(const char16_t* name, std::uint32_t& exists);
 Status kaldbTableOpen(const char16_t* name, const KALDBChainCallbacks* callbacks, KALDBTable*& table);
 Status closeTable(KALDBTable* table);
-/// Ends a table's handle without closing anything: its memory is about to go.
-void forgetTable(void* handle);
 
 /// To be called before an operation changes the table: opens the index where the table's open could not, and sees to it
 /// that no change of the index will be lost. `success` also without identifiers, or when the index was never made.
