@@ -32,75 +32,87 @@ Status growBeforeLast(const KALDBChain& chain, ChainPage& last, ChainPage& found
     return Status::success;
 }
 
-/// The page at one place of the list that is remembered, or one that grew before it; `notFound` when the page is full
-/// and another follows.
-Status tryPlace(const KALDBChain& chain, LockType lock, PageList& pages, std::size_t place, ChainPage& found)
+Status firstPage(const KALDBChain& chain, PageNumber& page)
+{
+    const Status status = kaldbGetChainFirstPage(chain, page);
+    return failed(status) ? KAL_TRACE(find, status, u"could not retrieve initial page for '%s'", chain.name) : status;
+}
+
+Status loadPage(const KALDBChain& chain, LockType lock, PageNumber number, ChainPage& page)
+{
+    KAL_TRACE(find, u"looking at page %ld", number);
+    const Status status = page.load(chain, lock, number);
+    return failed(status) ? KAL_TRACE(find, status, u"could not load page %ld", number) : status;
+}
+
+/// What a look at a page of the list that is remembered leads to: the result, the next page, or that the list is
+/// otherwise.
+enum class Look { result, next, doubt };
+
+/// The page at one place of the list, or one that grew before it.
+Look lookAtPlace(const KALDBChain& chain, LockType lock, PageList& pages, std::size_t place, ChainPage& found,
+                 Status& status)
 {
     ChainPage page{find, u"could not unload page %ld"};
-    if (Status s = page.load(chain, lock, pages[place]); failed(s))
-        return s;
+    if (status = loadPage(chain, lock, pages[place], page); failed(status))
+        return Look::result;
     pages.setRoom(place);
     if (!page.binary().full()) {
         found = std::move(page);
-        return Status::success;
+        return Look::result;
     }
     const PageNumber following = page.links().next;
     const bool last = place + 1 == pages.size();
     if (following == noPage) {
-        if (Status s = growBeforeLast(chain, page, found); failed(s))
-            return s;
-        return last && pages.insertBeforeLast(found.number()) ? Status::success : Status::failure;
+        if (status = growBeforeLast(chain, page, found); failed(status))
+            return Look::result;
+        return last && pages.insertBeforeLast(found.number()) ? Look::result : Look::doubt;
     }
-    if (last ? !pages.append(following) : pages[place + 1] != following)
-        return Status::failure;
-    return Status::notFound;
+    return (last ? pages.append(following) : pages[place + 1] == following) ? Look::next : Look::doubt;
 }
 
-/// The same page, past those that are known to be full. `notApplicable` when the list is not what is remembered of it.
-Status findPastFullPages(const KALDBChain& chain, LockType lock, ChainPage& found)
+/// The same page, past those that are known to be full. False when the list is not what is remembered of it.
+bool findPastFullPages(const KALDBChain& chain, LockType lock, ChainPage& found, Status& status)
 {
     if (chain.state == nullptr || plainDescents())
-        return Status::notApplicable;
+        return false;
     PageList& pages = chain.state->pages;
-    Status status = Status::success;
+    Look look = Look::doubt;
     try {
-        PageNumber first = noPage;
-        if (pages.size() == 0)
-            status = kaldbGetChainFirstPage(chain, first);
-        if (ok(status) && pages.size() == 0)
+        if (pages.size() == 0) {
+            PageNumber first = noPage;
+            if (status = firstPage(chain, first); failed(status))
+                return true;
             pages.append(first);
-        std::size_t place = pages.room();
-        while (ok(status) && !found) {
-            status = tryPlace(chain, lock, pages, place, found);
-            if (status == Status::notFound) {
-                status = Status::success;
-                ++place;
-            }
         }
+        std::size_t place = pages.room();
+        do
+            look = lookAtPlace(chain, lock, pages, place++, found, status);
+        while (look == Look::next);
     } catch (const std::bad_alloc&) {
-        status = Status::outOfMemory;
+        look = Look::doubt;
     }
-    if (failed(status))
+    if (look == Look::doubt || failed(status))
         pages.drop();
-    return found ? Status::success : Status::notApplicable;
+    return found || look == Look::result;
 }
 
 /// The first page along the list with a free slot.
 Status dbchainFindBinaryPage(const KALDBChain& chain, LockType lock, ChainPage& found)
 {
-    if (Status s = findPastFullPages(chain, lock, found); s != Status::notApplicable)
-        return s;
+    Status status = Status::success;
+    if (findPastFullPages(chain, lock, found, status))
+        return status;
     PageNumber current = noPage;
-    if (Status s = kaldbGetChainFirstPage(chain, current); failed(s))
-        return KAL_TRACE(find, s, u"could not retrieve initial page for '%s'", chain.name);
+    if (status = firstPage(chain, current); failed(status))
+        return status;
     WalkBound bound;
     for (;;) {
-        KAL_TRACE(find, u"looking at page %ld", current);
         if (!bound.step())
             return damagedChain(find, current);
         ChainPage page{find, u"could not unload page %ld"};
-        if (Status s = page.load(chain, lock, current); failed(s))
-            return KAL_TRACE(find, s, u"could not load page %ld", current);
+        if (status = loadPage(chain, lock, current, page); failed(status))
+            return status;
         if (!page.binary().full()) {
             found = std::move(page);
             return Status::success;
