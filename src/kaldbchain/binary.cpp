@@ -148,11 +148,11 @@ Status kaldbInsertBinaryChainRecord(KALDBChain& chain, const KALDBBinaryRecord& 
     ChainPage page{here, u"could not unload page %ld"};
     if (Status s = dbchainFindBinaryPage(chain, LockType::write, page); failed(s))
         return KAL_TRACE(here, s, u"could not find page");
-    KALDBBinaryRecord piece = record;
-    if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_INSERT, Status::success, &piece); failed(s))
+    auto* const heard = const_cast<KALDBBinaryRecord*>(&record);  // the caller's own, as for every record
+    if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_INSERT, Status::success, heard); failed(s))
         return s;
-    const Status status = insertIntoPage(here, page, piece, locator);
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, &piece));
+    const Status status = insertIntoPage(here, page, record, locator);
+    ignore(recordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, heard));
     return status;
 }
 
