@@ -274,7 +274,11 @@ TEST_F(PageManagerFiles, BackupsAreMadeReplacedAndRestored)
     EXPECT_EQ(kalPageManagerFileIsDirty(path.c_str(), &dirty), 0u);
     EXPECT_EQ(dirty, 0u);
 
-    // The copy fails: the old backup comes back. The working directory is gone: it is deleted.
+    // Without memory for its name beside, and without the working directory, the old backup is deleted. It comes back
+    // where the copy fails.
+    faults::failAt("kalMemAllocate", 1, KAL_OUT_OF_MEMORY, true);
+    EXPECT_EQ(kalPageManagerBackup(path.c_str()) + kalPageManagerRestore(path.c_str()), 0u);
+    faults::reset();
     std::filesystem::remove(dir / "db");
     EXPECT_EQ(kalPageManagerBackup(path.c_str()), 13u);
     EXPECT_TRUE(same(backup(), good));
@@ -284,7 +288,7 @@ TEST_F(PageManagerFiles, BackupsAreMadeReplacedAndRestored)
     EXPECT_EQ(kalPageManagerBackup(path.c_str()), 0u);
     EXPECT_TRUE(same(backup(), "anything"));
     EXPECT_EQ(log.count(KAL_LOG_WARNING, "Unable to get current working directory: "), 1);
-    EXPECT_EQ(log.count(KAL_LOG_ERROR, "Unable to maintian existing backup, deleting."), 1);
+    EXPECT_EQ(log.count(KAL_LOG_ERROR, "Unable to maintian existing backup, deleting."), 2);
 }
 
 TEST_F(PageManagerFiles, ARelativePathIsFoundWhereverTheProcessGoes)

@@ -5,11 +5,15 @@
 #include "kalpagemanager/internal.h"
 #include "kalpagemanager/page_manager.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
+#include <new>
 #include <random>
 #include <string>
+#include <string_view>
 
 using namespace kaldb;
 
@@ -17,7 +21,16 @@ namespace {
 
 constexpr TraceSource here = pageManagerSource(u"kalPageManagerBackup");
 
-Memory backupName(const char16_t* path) { return joinNames(path, u".backup"); }
+/// Not from the support library, whose memory may be short: a backup and its way back need no more than the name.
+std::unique_ptr<char16_t[]> backupName(const char16_t* path)
+{
+    const std::u16string_view database{path};
+    const std::u16string_view ending{u".backup"};
+    std::unique_ptr<char16_t[]> name{new (std::nothrow) char16_t[database.size() + ending.size() + 1]{}};
+    if (name)
+        std::ranges::copy(ending, std::ranges::copy(database, name.get()).out);
+    return name;
+}
 
 /// 16 digits of chance, and a number that this process uses once.
 std::string uniqueDigits()
@@ -109,17 +122,17 @@ Status moveAside(const char16_t* backup, Memory& aside)
 // A query that fails counts as an existing backup.
 Status KALPageManager::backup(const char16_t* path, const char16_t* shownPath)
 {
-    const Memory name = backupName(path);
+    const auto name = backupName(path);
     if (!name)
         return Status::outOfMemory;
     Memory aside;
     std::uint32_t exists = 1;
-    ignore(asStatus(kalFileExistsW(asName(name), &exists)));
+    ignore(asStatus(kalFileExistsW(name.get(), &exists)));
     if (exists == 1)
-        if (Status s = moveAside(asName(name), aside); failed(s))
+        if (Status s = moveAside(name.get(), aside); failed(s))
             return s;
 
-    const Status s = asStatus(kalFileCopyW(path, asName(name)));
+    const Status s = asStatus(kalFileCopyW(path, name.get()));
     if (ok(s)) {
         if (aside)
             ignore(asStatus(kalFileDeleteW(asName(aside))));
@@ -127,7 +140,7 @@ Status KALPageManager::backup(const char16_t* path, const char16_t* shownPath)
         return s;
     }
     here.error(s, u"could not backup database '%s'", shownPath);
-    if (aside && ok(asStatus(kalFileRename(asName(aside), asName(name)))))
+    if (aside && ok(asStatus(kalFileRename(asName(aside), name.get()))))
         verbatim.warning(u"Backup repository will be out of date!");
     return s;
 }
@@ -168,8 +181,8 @@ Status KALPageManager::backupWhileRunning()
 Status KALPageManager::restore(const char16_t* path)
 {
     constexpr TraceSource restoring = pageManagerSource(u"kalPageManagerRestore");
-    const Memory name = backupName(path);
-    const Status s = name ? asStatus(kalFileCopyW(asName(name), path)) : Status::outOfMemory;
+    const auto name = backupName(path);
+    const Status s = name ? asStatus(kalFileCopyW(name.get(), path)) : Status::outOfMemory;
     if (failed(s))
         return KAL_TRACE(restoring, s, u"could not restore database '%s'", path);
     KAL_TRACE(restoring, u"restored '%s'", path);

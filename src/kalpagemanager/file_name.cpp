@@ -8,19 +8,16 @@
 
 using namespace kaldb;
 
-Memory kaldb::joinNames(const char16_t* first, const char16_t* second)
+Memory kaldb::copyName(const char16_t* name)
 {
-    const std::u16string_view head{first};
-    const std::u16string_view tail{second};
-    const std::size_t bytes = (head.size() + tail.size() + 1) * sizeof(char16_t);
+    const std::u16string_view text{name};
+    const std::size_t bytes = (text.size() + 1) * sizeof(char16_t);
     if (bytes > std::numeric_limits<std::uint32_t>::max())
         return {};
-    Memory joined = allocateMemory(static_cast<std::uint32_t>(bytes), sourceFile);
-    if (joined) {
-        char16_t* end = std::ranges::copy(head, reinterpret_cast<char16_t*>(joined.get())).out;
-        *std::ranges::copy(tail, end).out = u'\0';
-    }
-    return joined;
+    Memory copy = allocateMemory(static_cast<std::uint32_t>(bytes), sourceFile);
+    if (copy)
+        *std::ranges::copy(text, reinterpret_cast<char16_t*>(copy.get())).out = u'\0';
+    return copy;
 }
 
 // Where the directory is unknown, and for a name that is no text, the name as given must do.
@@ -30,8 +27,8 @@ Memory kaldb::absoluteName(const char16_t* path)
         std::error_code error;
         const std::filesystem::path absolute = std::filesystem::absolute(path, error);
         if (!error)
-            return joinNames(absolute.u16string().c_str(), u"");
+            return copyName(absolute.u16string().c_str());
     } catch (...) {
     }
-    return joinNames(path, u"");
+    return copyName(path);
 }

@@ -18,7 +18,7 @@ Status kalPageManagerInitNewFile(KALFile* file, KALPageFileHeader& header);
 Status kalPageManagerInitFromFile(KALFile* file, KALPageFileHeader& header);
 
 /// Names in memory of their own; empty when there is none.
-Memory joinNames(const char16_t* first, const char16_t* second);
+Memory copyName(const char16_t* name);
 Memory absoluteName(const char16_t* path);
 inline const char16_t* asName(const Memory& name) { return reinterpret_cast<const char16_t*>(name.get()); }
 

@@ -33,7 +33,7 @@ Status KALPageManager::open(const char16_t* path, std::uint32_t cacheBytes, KALP
         return Status::failure;
     }
     KAL_TRACE(here, u"new page manager 0x%08X", traceAddress(made.get()));
-    made->location_ = joinNames(path, u"");
+    made->location_ = copyName(path);
     made->absolutePath_ = absoluteName(path);
     if (!made->location_ || !made->absolutePath_)
         return Status::outOfMemory;
