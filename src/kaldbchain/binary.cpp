@@ -168,8 +168,7 @@ Status kaldbDeleteBinaryChainRecord(KALDBChain& chain, const KALDBIndexRecord& l
         return KAL_TRACE(here, s, u"could not load page %ld", locator.page);
     if (Status s = page.binary().remove(locator.index); failed(s))
         return KAL_TRACE(here, s, u"could not delete binary data");
-    if (chain.state != nullptr)
-        chain.state->pages.noteRoom(page.number());
+    noteRoomInPage(page.number());
     return page.markDirty();
 }
 

@@ -68,6 +68,12 @@ void forgetChainStates()
         forget(*state);
 }
 
+void noteRoomInPage(PageNumber page)
+{
+    for (ChainState* state = openChains; state != nullptr; state = state->following)
+        state->pages.noteRoom(page);
+}
+
 void usePlainDescents(bool use)
 {
     plain = use;

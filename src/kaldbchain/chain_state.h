@@ -46,6 +46,9 @@ ChainState* findChainState(std::int32_t kind, const char16_t* name);
 /// The file is closed: what is known of its chains is void.
 void forgetChainStates();
 
+/// A piece was deleted from the page, whichever binary chain it belongs to: a locator may lead into another one.
+void noteRoomInPage(PageNumber page);
+
 /// Makes every descent a plain one: the reference that the others are compared with.
 void usePlainDescents(bool plain);
 bool plainDescents();
