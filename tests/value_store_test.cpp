@@ -244,4 +244,41 @@ TYPED_TEST(Store, AFailureKeepsTheValueOrLeavesNone)
     }
 }
 
+TEST(Pieces, AnswerWithTheFirstFailureAndTellOfTheCallersDescriptor)
+{
+    static const void* told = nullptr;
+    test::Database database{0};
+    test::Table other{database, u"Other", 64}, pieces{database, u"Pieces", 650, KALDB_CHAIN_BINARY};
+    pieces.callbacks.recordEvent = [](std::uint32_t, std::uint32_t, void* record) { return told = record, 0u; };
+    other.close();
+    pieces.reopen(database);
+    char bytes[650]{};
+    KALDBBinaryRecord piece{bytes, 650, 650, KALDB_NO_PAGE, KALDB_NO_SLOT};
+    KALDBIndexRecord place{};
+    const auto insert = [&] { return kaldbBinaryTableInsertRecord(pieces.handle(), &piece, &place); };
+    // The page itself, which has room; then, when it is full, the catalogue's, without which it cannot grow.
+    struct Case {
+        std::uint32_t failing, status, answer, page;
+    };
+    for (const Case& c : {Case{1, KALDB_IO_ERROR, KALDB_IO_ERROR, 5}, Case{2, KALDB_NOT_FOUND, KALDB_NOT_FOUND, 6}}) {
+        void* held[4];  // all of the cache
+        KALPageManager* const manager = kaldb::kaldbChainGetPageManager();
+        for (std::uint32_t page = 1; page <= 4; ++page)
+            ASSERT_EQ(kalPageManagerLoadPage(manager, KALDB_LOCK_READ, page, &held[page - 1]), 0u);
+        for (void* const body : held)
+            EXPECT_EQ(kalPageManagerUnloadPage(manager, body), 0u);
+        faults::failAt("kalFileRead", c.failing, c.status, c.failing > 1);
+        EXPECT_EQ(insert(), c.answer);
+        faults::reset();
+        EXPECT_TRUE(insert() == 0 && insert() == 0 && told == &piece);
+        EXPECT_EQ(place.page, c.page);
+    }
+    // The first page along the list takes the next piece, also where another table freed the slot.
+    test::Table alike{database, u"Alike", 650, KALDB_CHAIN_BINARY};
+    const KALDBIndexRecord freed = place;
+    EXPECT_EQ(insert(), 0u);
+    EXPECT_EQ(kaldbBinaryTableDeleteRecord(alike.handle(), &freed), 0u);
+    EXPECT_TRUE(insert() == 0 && place.page == freed.page && place.index == freed.index);
+}
+
 }  // namespace
