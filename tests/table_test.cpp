@@ -282,6 +282,8 @@ TEST_F(Walks, CrossPagesStayOnTheirLastRecordAndKeepWritersOffTheirPage)
         EXPECT_EQ(table.current(walk), key);
         EXPECT_EQ(kalEnumeratorMoveNext(walk), key == 190 ? ended : 0U);
     }
+    for (std::uint32_t again = 0; again < 4 * pageCount(); ++again)
+        ASSERT_EQ(kalEnumeratorMoveNext(walk), ended) << again;
     EXPECT_EQ(table.current(walk), 190);
     EXPECT_EQ(table.update(190, 1), lockConflict) << "the walk reads";
     EXPECT_EQ(table.insert(191), lockConflict);
@@ -299,6 +301,19 @@ TEST_F(Walks, CrossPagesStayOnTheirLastRecordAndKeepWritersOffTheirPage)
     KALDBID id{0x1234, 0, 0, 77};
     EXPECT_EQ(table.insert(500, 0, &id), 0U);
     EXPECT_EQ(id.sequence, 77U) << "a table without identifiers gives none";
+}
+
+TEST_F(Walks, GoOnAsLongAsRecordsArriveBeforeThem)
+{
+    insert(four, {0, 1});
+    ASSERT_EQ(four.enumerate(0, second, false), 0U);  // lets writers in
+    ASSERT_EQ(four.enumerate(0, walk), 0U);
+    for (const std::int64_t key : {1, 2, 3, 4, 5, 6, 7, 8, 9}) {
+        EXPECT_EQ(kalEnumeratorMoveNext(walk), 0U);
+        EXPECT_EQ(four.current(walk), key);
+        EXPECT_EQ(four.remove(key - 1) + four.insert(key + 1), 0U);
+    }
+    EXPECT_EQ(kalEnumeratorFree(second) + kalEnumeratorFree(walk), 0U);
 }
 
 TEST_F(Walks, MakeASplitThatChangesNothingWhereTheyHoldAPageOfIt)

@@ -85,7 +85,7 @@ void enterPage(KALDBChainEnum& walk, ChainPage& next, const BTreeWalk& matches)
     walk.page = next.number();
     walk.body = nullptr;
     walk.btreeEnum = matches;
-    walk.movesInPage = 0;
+    ++walk.pagesEntered;
     if (Status s = chainStorage().pageManager->releaseLock(old); failed(s))
         KAL_TRACE(moveNext, s, u"could not unload old page %ld", old);
     if (Status s = next.leaveLock(); failed(s))
@@ -101,7 +101,8 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
     if (Status s = dbchainEnumFindNextPage(*walk.chain, walk.lockType, current, next, bound, &walk); failed(s))
         return s;
     KAL_TRACE(moveNext, u"enumerator 0x%08X found next page %ld", traceAddress(&walk), next.number());
-    if (++walk.pagesEntered > chainStorage().pageManager->loadablePages())
+    // A page that a deletion took out under the walk leads back to its parent, so a page may be entered more than once.
+    if (walk.pagesEntered > WalkBound::inKeyOrder * std::uint64_t{chainStorage().pageManager->loadablePages()})
         return damagedChain(moveNext, next.number());
 
     BTreeWalk matches;
@@ -131,12 +132,6 @@ bool stepInPlace(KALDBChainEnum& walk, Status& status)
     return true;
 }
 
-/// A read-only walk keeps its page from changing, so more moves than items come from links that run in a circle.
-bool movesInACircle(KALDBChainEnum& walk)
-{
-    return walk.lockType == LockType::read && ++walk.movesInPage > ChainPage::treeOf(walk.body).maxCount();
-}
-
 /// The step with a hold on the page, and on to the next page behind the last match.
 Status stepOrLeavePage(KALDBChainEnum& walk, bool stepped, Status status)
 {
@@ -148,8 +143,10 @@ Status stepOrLeavePage(KALDBChainEnum& walk, bool stepped, Status status)
         status = walk.btreeEnum.moveNext(page.tree().page());
     if (status == Status::endOfEnumeration)
         status = moveToNextPage(walk, page);
-    else if (failed(status))
+    else if (failed(status)) {
         KAL_TRACE(moveNext, status, u"enumerator 0x%08X could not enumerate btree", traceAddress(&walk));
+        status = damagedChain(moveNext, walk.page);
+    }
     if (walk.page != old)
         KAL_TRACE(moveNext, u"enumerator 0x%08X has new page %d", traceAddress(&walk), walk.page);
     return status;
@@ -164,11 +161,8 @@ Status dbchainEnumMoveNext(KALDBChainEnum& walk)
     if (!stepped || failed(status))
         status = stepOrLeavePage(walk, stepped, status);
     const bool entered = walk.page != old || walk.body == nullptr;  // damaged links lead from a page to itself too
-    if (failed(status) || entered)
-        return status;
-    if (movesInACircle(walk))
-        return damagedChain(moveNext, walk.page);
-    KAL_TRACE(moveNext, u"enumerator 0x%08X successfully moved next", traceAddress(&walk));
+    if (ok(status) && !entered)
+        KAL_TRACE(moveNext, u"enumerator 0x%08X successfully moved next", traceAddress(&walk));
     return status;
 }
 

@@ -18,7 +18,6 @@ struct KALDBChainEnum {
     kaldb::BTreeWalk btreeEnum;  // over the matches of the current page, by the key behind this structure
     std::uint32_t moves;
     std::uint32_t pagesEntered;
-    std::uint32_t movesInPage;
     KALDBChainEnum* previousOpen;  // all open enumerators, so that a foreign handle is told apart
     KALDBChainEnum* nextOpen;
 
