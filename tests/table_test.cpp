@@ -446,7 +446,11 @@ struct Callbacks : testing::Test {
 
 TEST_F(Callbacks, AreCalledInOrderAndMayRefuse)
 {
-    KALDBID id{};
+    KALDBID id{}, next{};
+    Table large{database, u"Large", 1000};  // a page holds one record
+    large.close();
+    large.callbacks = table.callbacks;
+    large.open(database);
     struct Step {
         std::uint32_t refused, status;
         const char* seen;
@@ -465,6 +469,9 @@ TEST_F(Callbacks, AreCalledInOrderAndMayRefuse)
     const Step steps[] = {
         {no, 0, "0:0 1:0 ", [&] { return table.insert(1, 0, &id); }},
         {no, alreadyExists, "0:0 1:17 ", [&] { return table.insert(1); }},
+        {no, 0, "0:0 1:0 ", [&] { return large.insert(1); }},
+        {no, alreadyExists, "0:0 1:17 ", [&] { return large.insert(1); }},
+        {no, 2, "0:0 1:0 ", [&] { return large.insert(2, 0, &next) + std::uint32_t(next.sequence); }},
         {no, 0, "4:0 5:0 ", [&] { return table.update(1, 5, id); }},
         {no, notFound, "", [&] { return table.update(2, 5); }},  // a key that falls off the tree is not an update
         {no, 0, "6:0 ", [&] { return table.find(1); }},

@@ -57,13 +57,11 @@ Status dbchainFindInsertLeafPage(const KALDBChain& chain, Side side, ChainPage& 
 Status dbchainFindInsertMidPage(const KALDBChain& chain, const void* record, ChainPage& page, ChainPage& chosen)
 {
     constexpr static TraceSource here = chainSource(u"dbchainFindInsertMidPage");
-    if (!page.tree().full()) {
+    // In the range of an only record lies that record alone: its page is not split for it.
+    if (!page.tree().full() || page.tree().count() == 1) {
         chosen = std::move(page);
         return Status::success;
     }
-    // In the range of its only record lies that record alone.
-    if (page.tree().count() == 1)
-        return Status::alreadyExists;
     ChainPage created{here, u"could not unload page %ld"};
     if (Status s = dbchainPerformInsertSplit(chain, page, created); failed(s))
         return KAL_TRACE(here, s, u"could not split page");
@@ -166,14 +164,17 @@ Status insertIntoPage(const KALDBChain& chain, const ChainPage& page, void* reco
 {
     const KALDBID id = chain.carriesIdentifiers() ? stampIdentifier(chain, record) : zeroIdentifier();
     SlotIndex index = noSlot;
-    if (Status s = page.tree().insert(record, chain.callbacks.compare, index); failed(s)) {
+    // A full page is chosen only when it holds nothing but an equal record.
+    const Status inserted =
+        page.tree().full() ? Status::alreadyExists : page.tree().insert(record, chain.callbacks.compare, index);
+    if (failed(inserted)) {
         if (page.tree().count() == 0)
             dropPageOrder(chain);
-        if (s == Status::alreadyExists)
+        if (inserted == Status::alreadyExists)
             KAL_TRACE(insertion, u"record already exists");
         else
-            KAL_TRACE(insertion, s, u"could not insert record into btree");
-        return s;
+            KAL_TRACE(insertion, inserted, u"could not insert record into btree");
+        return inserted;
     }
     KAL_TRACE(insertion, u"inserted record on to page %ld at index %ld", page.number(), index);
     if (chain.carriesIdentifiers() && locator != nullptr) {
