@@ -334,14 +334,32 @@ TEST_F(Walks, MakeASplitThatChangesNothingWhereTheyHoldAPageOfIt)
         EXPECT_EQ(pageCount(), pages);
     }
     EXPECT_GT(refused, 0U);
-    insert(four, {51, 52, 53});
-    const std::string full = shape(four);
-    ASSERT_EQ(kaldbTableEnumerate(database.handle(), &walk), 0U);
-    EXPECT_EQ(four.insert(54), lockConflict) << "the root object's page is held";
-    EXPECT_EQ(shape(four), full);
-    EXPECT_EQ(kalEnumeratorFree(walk), 0U);
-    EXPECT_EQ(four.insert(54), 0U);
-    EXPECT_NE(shape(four), full);
+    for (const std::int64_t last : {51, 53}) {  // fills the top page, then one below it
+        ASSERT_EQ(four.insert(last), 0U);
+        const std::string full = shape(four);
+        ASSERT_EQ(kaldbTableEnumerate(database.handle(), &walk), 0U);
+        EXPECT_EQ(four.insert(last + 1), last == 51 ? lockConflict : 0U) << "the root object's page is held";
+        EXPECT_EQ(shape(four) == full, last == 51);
+        EXPECT_EQ(kalEnumeratorFree(walk), 0U);
+        EXPECT_EQ(four.insert(last + 1), last == 51 ? 0U : alreadyExists);
+        EXPECT_NE(shape(four), full);
+    }
+}
+
+TEST_F(Walks, LeaveRoomForSplitsInTheSmallestCache)
+{
+    // The first page came to have a parent and a child: it was the leftmost when the top page went.
+    insert(four, {500, 510, 520, 400, 410, 420, 600, 610, 620, 300, 310, 320, 200, 210, 220});
+    for (const std::int64_t key : {500, 510, 520})
+        ASSERT_EQ(four.remove(key), 0U);
+    insert(four, {100, 110, 120, 215, 216, 217});
+
+    Table other{database, u"Other", 400, 0};
+    insert(other, {0, 1000});
+    const auto copy = [](void* context, const void* record) {
+        return static_cast<Table*>(context)->insert(keyOf(record));
+    };
+    EXPECT_EQ(kaldbTableEnumWithCallback(four.handle(), &other, copy), 0U);
 }
 
 // A page emptied while its neighbour is held stays in the tree. Its neighbours stay reachable by every road, and a

@@ -74,28 +74,35 @@ void relinkChild(const ChainPage& child, PageNumber to)
         KAL_TRACE(here, s, u"could not set child page %ld as dirty", child.number());
 }
 
-/// The steps outside the two pages; a failure has changed nothing. A page that the root object names has a parent or a
-/// `prev` child, never both: beside the two pages, two are held at most.
+Status loadNeighbours(const KALDBChain& chain, const KALDBPageLinks& links, PageNumber page, ChainPage& parent,
+                      ChainPage& child)
+{
+    if (links.parent != noPage)
+        if (Status s = loadParent(chain, links.parent, page, parent); failed(s))
+            return s;
+    return links.prev == noPage ? Status::success : loadChild(chain, links.prev, page, child);
+}
+
+/// The steps outside the two pages; a failure has changed nothing. The top page has no parent: beside the two pages,
+/// two are held at most.
 Status relinkNeighbours(const KALDBChain& chain, const KALDBPageLinks& links, PageNumber from, PageNumber to)
 {
     KALDBRootObject object;
     if (Status s = rootObjectOf(chain, object); failed(s))
         return KAL_TRACE(here, s, u"could not get root object for chain '%s'", chain.name);
-    const bool named = object.topPage == from || object.firstPage == from;
-    if (!named)
-        if (Status s = relinkRootObject(chain, object, from, to); failed(s))
-            return s;
+    const bool top = object.topPage == from;
+    // The tree below the top hangs together without it, so a list of tables that holds its page stops no split there.
+    if (!top)
+        ignore(relinkRootObject(chain, object, from, to));
     ChainPage parent{here, u"could not unload parent page %ld"};
     ChainPage child{here, u"could not unload child page %ld"};
-    if (links.parent != noPage)
-        if (Status s = loadParent(chain, links.parent, from, parent); failed(s))
-            return s;
-    if (links.prev != noPage)
-        if (Status s = loadChild(chain, links.prev, from, child); failed(s))
-            return s;
-    if (named)
-        if (Status s = relinkRootObject(chain, object, from, to); failed(s))
-            return s;
+    Status status = loadNeighbours(chain, links, from, parent, child);
+    if (failed(status) && !top)
+        ignore(relinkRootObject(chain, object, to, from));
+    if (ok(status) && top)
+        status = relinkRootObject(chain, object, from, to);
+    if (failed(status))
+        return status;
     if (parent)
         relinkParent(parent, from, to);
     if (child)
@@ -141,12 +148,18 @@ Status dbchainCheckChild(const KALDBChain& chain, PageNumber child, PageNumber p
 
 Status dbchainCheckRelink(const KALDBChain& chain, const ChainPage& existing)
 {
-    // The new page, and two pages at a time beside it.
-    if (Status s = chainStorage().pageManager->canHold(3); failed(s))
-        return s;
     const KALDBPageLinks& links = existing.links();
-    if (Status s = dbchainCheckRootObject(chain); failed(s))
+    KALDBRootObject object;
+    if (Status s = rootObjectOf(chain, object); failed(s))
         return s;
+    const bool top = object.topPage == existing.number();
+    // The new page, and beside it what changes together: a walk in whose callback this runs keeps a page too.
+    const int together = (links.parent != noPage) + (links.prev != noPage) + top;
+    if (Status s = chainStorage().pageManager->canHold(together < 2 ? 2 : 3); failed(s))
+        return s;
+    if (top)
+        if (Status s = dbchainCheckRootObject(chain); failed(s))
+            return s;
     if (links.parent != noPage)
         if (Status s = dbchainCheckParent(chain, links.parent, existing.number()); failed(s))
             return s;
