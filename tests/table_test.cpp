@@ -368,6 +368,7 @@ TEST_F(Walks, MakeAnEmptyPageStayThatHidesNothingAndGoesLater)
 {
     insert(table, {500, 300, 700, 200, 400, 600, 800, 350, 450});
     const Keys all = table.allKeys();
+    const LogLines log;
     for (const std::int64_t victim : {300, 500, 700})
         for (const std::int64_t held : all) {
             if (held == victim)
@@ -386,6 +387,8 @@ TEST_F(Walks, MakeAnEmptyPageStayThatHidesNothingAndGoesLater)
             EXPECT_EQ(table.allKeys(), all);
             EXPECT_EQ(shape(table).find("):\n"), std::string::npos) << "an empty page is left in\n" << shape(table);
         }
+    const std::string why = "kaldbchainJoinPageParentToChild() could not load parent page [0x12 - ";
+    EXPECT_EQ(log.count(KAL_LOG_TRACE, why) > 0, kaldb::tracing);
 }
 
 TEST_F(Walks, KeepTheirPageWhenTheCallbackEnumeratesTheSamePage)

@@ -108,9 +108,9 @@ Status hangBelowLast(const KALDBChain& chain, const ChainPage& page, PageNumber 
     lastPage.links().next = next;
     page.links().next = noPage;
     if (Status s = lastPage.markDirty(); failed(s))
-        KAL_TRACE(promote, s, u"failed to dirty LMP page %ld", last);
+        KAL_TRACE(verbatim, s, u"kaldbchain: dbchainPromoteLMP() failed to dirty LMP page %ld\n", last);
     if (Status s = nextPage.markDirty(); failed(s))
-        KAL_TRACE(promote, s, u"failed to dirty next page %ld", next);
+        KAL_TRACE(verbatim, s, u"kaldbchain: dbchainPromoteLMP() failed to dirty next page %ld\n", next);
     return Status::success;
 }
 
@@ -171,9 +171,9 @@ Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& remo
     if (links.parent != noPage) {
         ChainPage parent{orphan, u"could not unload page %ld"};
         if (Status s = parent.load(chain, LockType::write, links.parent); failed(s))
-            return s;
+            return KAL_TRACE(join, s, u"could not load parent page");
         if (parent.links().prev != page.number() && parent.links().next != page.number())
-            return Status::notFound;
+            return KAL_TRACE(join, Status::notFound, u"failed dicern link from parent page");
     }
     for (const PageNumber child : {links.prev, links.next})
         if (child != noPage)
@@ -185,8 +185,10 @@ Status planRemoval(const KALDBChain& chain, const ChainPage& page, Removal& remo
             return s;
         }
         ChainPage last{promote, u"failed to unload LMP page %ld"};
-        if (Status s = last.load(chain, LockType::write, removal.last); failed(s))
+        if (Status s = last.load(chain, LockType::write, removal.last); failed(s)) {
+            KAL_TRACE(verbatim, u"kaldbchain: dbchainPromoteLMP() failed to open the LMP page %ld\n", removal.last);
             return s;
+        }
     }
     return planRootObject(chain, page, removal);
 }
@@ -226,15 +228,15 @@ Status dbchainOrphanPage(const KALDBChain& chain, ChainPage& page)
     const KALDBPageLinks& links = page.links();
     if (links.parent == noPage && links.prev == noPage && links.next == noPage)
         return Status::success;  // the only page of the tree stays
-    Removal removal;
-    if (Status s = planRemoval(chain, page, removal); failed(s))
-        return s;
     if (links.next == noPage)
         KAL_TRACE(verbatim, u"kaldbchain: dbchainOrhpanPage() page %ld\n has no next page", page.number());
     else if (links.prev == noPage)
         KAL_TRACE(verbatim, u"kaldbchain: dbchainOrphanPage() page %ld\n has no prev page", page.number());
     else
         KAL_TRACE(verbatim, u"kaldbchain: dbchainOrphanPage() page %ld\n has two children", page.number());
+    Removal removal;
+    if (Status s = planRemoval(chain, page, removal); failed(s))
+        return s;
     return removal.last == noPage ? replacePage(chain, page, removal) : dbchainPromoteLMP(chain, page, removal);
 }
 
