@@ -129,8 +129,6 @@ protected:
     std::ptrdiff_t descriptors = openDescriptors();
 };
 
-// ---- against a model
-
 TEST_F(Files, AgreeWithAModelThroughShortAndInterruptedTransfers)
 {
     std::mt19937 random{20'240'601};
@@ -187,8 +185,6 @@ TEST_F(Files, PassFourGibibytes)
     EXPECT_EQ(kalFileClose(file), KAL_SUCCESS);
 }
 
-// ---- descriptors and what is no file
-
 TEST_F(Files, LeaveTheStandardStreamsFreeAndChildrenAlone)
 {
     put("a", "contents");
@@ -237,8 +233,6 @@ TEST_F(Files, NothingButARegularFileIsOpenedOrReplaced)
     EXPECT_EQ(exists, 1u) << "a failed query counts as an existing file";
     EXPECT_EQ(names(), (Names{"device", "file", "folder", "loop", "pipe", "socket"}));
 }
-
-// ---- faults
 
 TEST_F(Files, EachErrorHasItsStatus)
 {
