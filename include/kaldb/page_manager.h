@@ -41,8 +41,9 @@ extern "C" {
  * Opens the page file at `path`, or creates it, marks it dirty and waits until the mark is on the disk.
  *
  * The cache has (cacheBytes + 8192) / 2048 slots, the sum taken modulo 2^32: 0 gives 4, 1 MiB gives 516, and sizes of
- * 4294959104 and more give fewer than 4 or none; without slots no page can be loaded or created. Its memory is used as
- * slots are. `path` may have any length the system allows and is copied.
+ * 4294959104 and more give fewer than 4 or none; without slots no page can be loaded or created. Fewer than 64 slots
+ * have three spare ones behind them, which only changes of a table's structure take into use. The cache's memory is
+ * used as slots are. `path` may have any length the system allows and is copied.
  *
  * *created becomes 1 when the file was created and 0 when it was there, as soon as it is open, whatever fails later.
  * *manager is written on success only and then owned by the caller, who ends it with kalPageManagerDeinitialize.
