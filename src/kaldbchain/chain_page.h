@@ -5,17 +5,14 @@
 #include "common/trace.h"
 #include "kalbtree/btree_view.h"
 #include "kaldbbinarypage/binary_view.h"
+#include "kaldbchain/chain.h"
 #include "kaldbchain/layout.h"
 #include "kalpagemanager/page_hold.h"
 
 #include <cstddef>
 #include <span>
 
-struct KALDBChain;
-
 namespace kaldb {
-
-KALPageManager* kaldbChainGetPageManager();
 
 /// Whatever the file held, after a load the links and the typed header are sound: slots and items lie inside the page,
 /// and links name pages of the file. Slot links and the order of records are checked where they are used.

@@ -83,7 +83,11 @@ private:
 };
 
 /// Traces damage, keeps the backup from being replaced by it and yields `failure`.
-Status damagedChain(const TraceSource& source, PageNumber page);
+inline Status damagedChain([[maybe_unused]] const TraceSource& source, [[maybe_unused]] PageNumber page)
+{
+    chainStorage().pageManager->noteDamage();
+    return KAL_TRACE(source, Status::failure, u"found page %ld damaged", page);
+}
 
 // ---- descents ----------------------------------------------------------------------------------------------------
 

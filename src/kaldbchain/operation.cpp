@@ -52,10 +52,4 @@ bool insideChainOperation() { return ChainOperation::anyRunning(); }
 
 bool WalkBound::step() { return ++steps_ <= std::uint64_t{way_} * chainStorage().pageManager->loadablePages(); }
 
-Status damagedChain([[maybe_unused]] const TraceSource& source, [[maybe_unused]] PageNumber page)
-{
-    chainStorage().pageManager->noteDamage();
-    return KAL_TRACE(source, Status::failure, u"found page %ld damaged", page);
-}
-
 }  // namespace kaldb
