@@ -116,7 +116,6 @@ private:
     Status seek(std::uint64_t offset);
     Status reopen();
     Status kalPageManagerFlushPage(std::uint32_t slot);
-    Status flushSlots(bool cleanOnesToo);
     std::uint32_t neighboursToWrite(std::uint32_t slot) const;
     Status writePiece(std::uint32_t slot, std::uint32_t count);
     Status writeSlots(std::uint32_t slot, std::uint32_t count);

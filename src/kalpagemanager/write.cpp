@@ -115,22 +115,13 @@ Status KALPageManager::flushAll()
     constexpr TraceSource here = pageManagerSource(u"kalPageManagerFlushAllPages");
     if (Status s = pmWriteHeader(); failed(s))
         return KAL_TRACE(here, s, u"could not write header");
-    return flushSlots(tracing);
-}
 
-// In index order. Only traces show the slots that need no write, so they are visited for traces only.
-Status KALPageManager::flushSlots(bool cleanOnesToo)
-{
+    // Only traces show the slots that need no write, so they are visited for traces only.
     Status kept = Status::success;
-    const auto next = [&](std::uint32_t from) { return cleanOnesToo ? from : cache_.nextDirty(from); };
-    for (std::uint32_t slot = next(0); slot < cache_.size();) {
-        const std::uint32_t count = neighboursToWrite(slot);
-        if (count == 0)
-            ignore(kalPageManagerFlushPage(slot));
-        else
-            keepLast(kept, writePiece(slot, count));
-        slot = next(slot + std::max(count, 1U));
-    }
+    const auto next = [&](std::uint32_t from) { return tracing ? from : cache_.nextDirty(from); };
+    for (std::uint32_t slot = next(0); slot < cache_.size(); slot = next(slot + 1))
+        if (Status s = kalPageManagerFlushPage(slot); failed(s) && s != Status::notApplicable)
+            kept = KAL_TRACE(here, s, u"could not write page %ld", cache_.pageOf(slot));
     return kept;
 }
 
@@ -202,8 +193,14 @@ Status KALPageManager::markDirty()
 
 Status KALPageManager::writeComplete()
 {
-    if (Status s = flushSlots(false); failed(s))
-        return s;
+    Status written = Status::success;
+    for (std::uint32_t slot = cache_.nextDirty(0), count = 0; slot < cache_.size();
+         slot = cache_.nextDirty(slot + count)) {
+        count = neighboursToWrite(slot);
+        keepLast(written, writePiece(slot, count));
+    }
+    if (failed(written))
+        return written;
     if (hasGap())
         if (Status s = fillGap(); failed(s))
             return s;
