@@ -180,6 +180,18 @@ TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
     EXPECT_TRUE(isComplete(file()) && !isDirty(file()));
 }
 
+TEST_F(PageManagerFaults, AFileWhoseNameIsGoneIsClosedWithoutABackup)
+{
+    test::LogLines log;
+    ASSERT_EQ(open(), 0u);
+    ASSERT_EQ(create("page"), 0u);
+    std::filesystem::rename(dir / "db", dir / "elsewhere");
+    EXPECT_EQ(close(), 0u);
+    EXPECT_EQ(log.count(KAL_LOG_ERROR, "could not backup database [0x0D - "), 1);
+    std::filesystem::rename(dir / "elsewhere", dir / "db");
+    EXPECT_TRUE(isComplete(file()) && !isDirty(file()));
+}
+
 // ---- damage
 
 TEST_F(PageManagerFiles, PagesThatAreNotTheirOwnAreRefusedAndKeepTheLastGoodBackup)

@@ -58,7 +58,7 @@ KALDB_API uint32_t kalPageManagerInitialize(const char16_t* path, uint32_t cache
  * Writes every dirty page, marks the file clean, closes it, copies it to its backup and releases the manager, pages
  * that are still held included. The file then has exactly 92 + 2048 * pages bytes. A backup that cannot be made, or is
  * refused because damage was met (a page cut off, or another in its place), is told to the error log and changes
- * nothing here.
+ * nothing here. A file whose name is gone is completed as well, without a wait for the disk and without a backup.
  *
  * KALDB_SUCCESS; KALDB_INVALID_ARGUMENT; KALDB_OUT_OF_MEMORY; a file status. After a failure the manager is still there
  * and the file still marked dirty: the call may be repeated. One failure is final: when the system could not bring

@@ -11,8 +11,7 @@ namespace {
 /// What the way to a file fails with, before anything is asked of the file.
 bool couldNotOpen(Status status)
 {
-    return status == Status::fileNotFound || status == Status::accessDenied || status == Status::tooManyFiles ||
-           status == Status::outOfMemory;
+    return status == Status::accessDenied || status == Status::tooManyFiles || status == Status::outOfMemory;
 }
 
 }  // namespace
@@ -161,6 +160,9 @@ Status KALPageManager::sync()
         unsynced_ = leftUnsynced_ = false;
         return s;
     }
+    // Without a name there is nothing that a next open could find half-way.
+    if (s == Status::fileNotFound)
+        return Status::success;
     if (couldNotOpen(s))
         return s;
     if (leftUnsynced_)
