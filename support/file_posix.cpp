@@ -182,9 +182,17 @@ Status moveFile(const std::string& from, const std::string& to)
         return Status::success;
     if (errno != EXDEV)
         return lastError();
+    struct stat status {};
+    const bool isNew = ::lstat(to.c_str(), &status) != 0;
     if (Status s = replaceByCopy(from, to); failed(s))
         return s;
-    return ::unlink(from.c_str()) == 0 ? Status::success : lastError();
+    if (::unlink(from.c_str()) == 0)
+        return Status::success;
+    const Status s = lastError();
+    // Nobody asked for a second copy; one that took another's place stays.
+    if (isNew && ::lstat(from.c_str(), &status) == 0)
+        ::unlink(to.c_str());
+    return s;
 }
 
 Status syncBoth(const std::string& first, const std::string& second)

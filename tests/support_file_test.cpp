@@ -340,6 +340,11 @@ TEST_F(Files, ACopyOrRenameIsWholeOrHasNotHappened)
         return kalFileRename(u"a", u"b");
     });
     EXPECT_EQ(names(), Names{"b"});
+    fault = [once = Names{"rename", "unlink"}](const std::string& call) mutable {
+        return once.erase(call) == 0 ? 0 : call == "rename" ? EXDEV : EACCES;
+    };
+    EXPECT_EQ(kalFileRename(u"b", u"a"), KAL_ACCESS_DENIED);
+    EXPECT_EQ(names(), Names{"b"}) << "what cannot be deleted is not doubled";
 }
 
 TEST_F(Files, NothingIsRenamedBeforeItIsOnDiskNorReportedBeforeItsNameIs)
