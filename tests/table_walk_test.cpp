@@ -5,7 +5,10 @@
 #include "support/chain_shape.h"
 #include "support/log_lines.h"
 
+#include <algorithm>
 #include <functional>
+#include <random>
+#include <set>
 #include <stdexcept>
 #include <utility>
 
@@ -148,6 +151,46 @@ TEST_F(Walks, MakeAnEmptyPageStayThatHidesNothingAndGoesLater)
         }
     const std::string why = "kaldbchainJoinPageParentToChild() could not load parent page [0x12 - ";
     EXPECT_EQ(log.count(KAL_LOG_TRACE, why) > 0, kaldb::tracing);
+}
+
+// A change that meets a lock is none. What a walk shows is in order, and everything that was there from end to end.
+TEST_F(Walks, MissNothingThatStaysWhateverComesAndGoes)
+{
+    std::mt19937 random{6};
+    const auto any = [&] { return static_cast<std::int64_t>(random() % 100); };
+    for (int round = 0; round < 200; ++round) {
+        Table& each = round % 2 == 0 ? table : four;
+        std::set<std::int64_t> present;
+        for (const std::int64_t key : each.allKeys())
+            present.insert(key);
+        std::set<std::int64_t> always = present;
+        const auto insert = [&](std::int64_t key) {
+            if (each.insert(key) == 0U)
+                present.insert(key);
+        };
+        const auto remove = [&](std::int64_t key) {
+            if (each.remove(key) == 0U)
+                always.erase(key), present.erase(key);
+        };
+        while (present.size() < 12)
+            insert(any());
+        always = present;
+        ASSERT_EQ(each.enumerate(0, walk, round % 4 < 2, [](const void*, const void*) { return 0; }), 0U);
+        Keys seen;
+        do {
+            const std::int64_t current = each.current(walk);
+            EXPECT_TRUE(present.count(current) == 1 && (seen.empty() || seen.back() < current)) << round;
+            seen.push_back(current);
+            for (std::uint32_t changes = random() % 4; changes > 0; --changes)
+                random() % 2 == 0 ? insert(any()) : remove(random() % 3 == 0 ? any() : current);
+            EXPECT_EQ(each.current(walk), current);
+            std::vector<char> record = each.make(current, round);
+            EXPECT_EQ(kaldbTableUpdateCurrentRecord(each.handle(), walk, record.data()) == 0U,
+                      present.count(current) == 1);
+        } while (kalEnumeratorMoveNext(walk) == 0U);
+        EXPECT_TRUE(std::includes(seen.begin(), seen.end(), always.begin(), always.end())) << round;
+        EXPECT_EQ(kalEnumeratorFree(walk), 0U);
+    }
 }
 
 TEST_F(Walks, KeepTheirPageWhenTheCallbackEnumeratesTheSamePage)

@@ -13,7 +13,8 @@
  * Enumerators hold a lock on the page of their current record. A read-only one keeps insertions, updates and deletions
  * by identifier off it, also those of other records there (KALDB_LOCK_CONFLICT); a deletion by key goes through. One
  * for updates lets everybody in but cannot enter a page that a read-only one holds. At most 20 pages can be held at
- * once (KALDB_FULL), so free an enumerator soon.
+ * once (KALDB_FULL), so free an enumerator soon. An enumerator whose record is deleted keeps it as its item, and goes
+ * on with the next one.
  *
  * Callbacks run inside an operation. They may use other tables and read this one, but a change of this table, its
  * close, or the end of the database is refused with KALDB_LOCK_CONFLICT.

@@ -85,6 +85,7 @@ void enterPage(KALDBChainEnum& walk, ChainPage& next, const BTreeWalk& matches)
     walk.page = next.number();
     walk.body = nullptr;
     walk.btreeEnum = matches;
+    walk.isRemoved = false;
     ++walk.pagesEntered;
     if (Status s = chainStorage().pageManager->releaseLock(old); failed(s))
         KAL_TRACE(moveNext, s, u"could not unload old page %ld", old);
@@ -101,7 +102,7 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
     if (Status s = dbchainEnumFindNextPage(*walk.chain, walk.lockType, current, next, bound, &walk); failed(s))
         return s;
     KAL_TRACE(moveNext, u"enumerator 0x%08X found next page %ld", traceAddress(&walk), next.number());
-    // A page that a deletion took out under the walk leads back to its parent, so a page may be entered more than once.
+    // Splits and removals of pages under the walk may bring it to a page again.
     if (walk.pagesEntered > WalkBound::inKeyOrder * std::uint64_t{chainStorage().pageManager->loadablePages()})
         return damagedChain(moveNext, next.number());
 
@@ -116,6 +117,30 @@ Status moveToNextPage(KALDBChainEnum& walk, const ChainPage& current)
     // Its records all sort after the matches, so no later page can hold one.
     KAL_TRACE(moveNext, u"enumerator 0x%08X new page %ld has no matches", traceAddress(&walk), next.number());
     return Status::endOfEnumeration;
+}
+
+/// Tells the matches behind a current record that left its slot; the key is the walk.
+std::int32_t compareBehindRemoved(const void* key, const void* item)
+{
+    const auto* walk = static_cast<const KALDBChainEnum*>(key);
+    return walk->chain->callbacks.compare(walk->removed(), item) < 0 ? walk->compare(walk->key(), item) : 1;
+}
+
+/// The current record left its slot, and its page may have left the tree: the next match is found from the top.
+Status moveBehindRemoved(KALDBChainEnum& walk)
+{
+    ChainPage next{moveNext, u"could not unlock new page %ld"};
+    EmptyPageMet empty;
+    const Status status =
+        dbchainFindFirstItemPage(*walk.chain, walk.lockType, &walk, compareBehindRemoved, next, empty);
+    if (failed(status))
+        return status == Status::notFound ? Status::endOfEnumeration : status;
+    BTreeWalk matches;
+    if (Status s = BTreeWalk::begin(next.tree(), {&walk, compareBehindRemoved}, matches); failed(s))
+        return KAL_TRACE(moveNext, s, u"could not create enumerator");
+    walk.pagesEntered = 0;  // no damage leads round this way: each such step took a record
+    enterPage(walk, next, matches);
+    return Status::success;
 }
 
 /// One step within the page, tried without a reference on it: should a compare function have made the page leave the
@@ -157,8 +182,10 @@ Status dbchainEnumMoveNext(KALDBChainEnum& walk)
     const PageNumber old = walk.page;
     KAL_TRACE(moveNext, u"enumerator 0x%08X looking at page %ld", traceAddress(&walk), walk.page);
     Status status = Status::success;
-    const bool stepped = stepInPlace(walk, status);
-    if (!stepped || failed(status))
+    const bool stepped = !walk.isRemoved && stepInPlace(walk, status);
+    if (walk.isRemoved)
+        status = moveBehindRemoved(walk);
+    else if (!stepped || failed(status))
         status = stepOrLeavePage(walk, stepped, status);
     const bool entered = walk.page != old || walk.body == nullptr;  // damaged links lead from a page to itself too
     if (ok(status) && !entered)
@@ -197,11 +224,11 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
             return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
     }
     // Nobody is called before the record is copied, so the page stays in the cache without a reference.
-    std::byte* item = nullptr;
-    KALBTreePage* tree = ChainPage::treeOf(walk.body).page();
-    const Status status = walk.btreeEnum.current(tree, item);
+    std::byte* item = walk.removed();
+    const Status status =
+        walk.isRemoved ? Status::success : walk.btreeEnum.current(ChainPage::treeOf(walk.body).page(), item);
     if (ok(status)) {
-        std::memcpy(buffer, item, tree->itemSize);
+        std::memcpy(buffer, item, walk.chain->recordSize);
         KAL_TRACE(here, u"retrieved item");
     } else {
         KAL_TRACE(here, status, u"could not retrieve btree item");
@@ -240,7 +267,8 @@ constexpr TraceSource query = chainSource(u"kaldbQueryChainPartialKey");
 Status createEnumerator(KALDBChain& chain, LockType lock, const void* key, Compare compare, const ChainPage& page,
                         KALEnumerator*& enumerator)
 {
-    Memory memory = allocateMemory(static_cast<std::uint32_t>(sizeof(KALDBChainEnum)) + chain.recordSize, chainModule);
+    Memory memory =
+        allocateMemory(static_cast<std::uint32_t>(sizeof(KALDBChainEnum)) + 2 * chain.recordSize, chainModule);
     if (!memory)
         return Status::outOfMemory;
     auto* walk = new (memory.get()) KALDBChainEnum{};
@@ -276,6 +304,17 @@ Status chainEnumeratorOf(const KALDBChain& chain, KALEnumerator* enumerator, KAL
                                                                              : Status::invalidArgument;
     }
     return Status::invalidArgument;
+}
+
+void keepCurrentRecord(const ChainPage& page, SlotIndex index)
+{
+    for (KALDBChainEnum* walk = openEnumerators; walk != nullptr; walk = walk->nextOpen) {
+        if (walk->page != page.number() || walk->btreeEnum.slot() != index || walk->isRemoved ||
+            !storageIsOpen(*walk->chain))
+            continue;
+        std::memcpy(walk->removed(), page.tree().item(index), walk->chain->recordSize);
+        walk->isRemoved = true;
+    }
 }
 
 Status kaldbQueryChainPartialKey(KALDBChain& chain, bool readOnly, const void* key, Compare compare,

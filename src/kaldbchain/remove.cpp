@@ -1,5 +1,6 @@
 // Deleting records by key, by locator and by partial key. A page that a deletion empties leaves the tree.
 
+#include "kaldbchain/enumerator.h"
 #include "kaldbchain/internal.h"
 #include "kaldbchain/ordered.h"
 
@@ -72,6 +73,7 @@ Status deleteFromPage(const KALDBChain& chain, ChainPage& page, const void* key,
         return s == Status::notFound ? s : KAL_TRACE(byKey, s, u"could not delete item");
     }
     following.recordLeft(index);
+    keepCurrentRecord(page, index);
     if (locator != nullptr) {
         locator->page = page.number();
         locator->index = index;
@@ -127,6 +129,7 @@ Status kaldbDeleteChainRecordByID(KALDBChain& chain, const KALDBIndexRecord& loc
     const Status status = page.tree().remove(record, chain.callbacks.compare, index);
     if (ok(status)) {
         following.recordLeft(index);
+        keepCurrentRecord(page, index);
         orphanIfEmpty(chain, page, following);
         reportDeletion(here, chain, page.number(), index);
         markDirty(here, page);
@@ -160,6 +163,7 @@ Status deleteOneMatch(const KALDBChain& chain, ChainPage& page, const void* key,
         return s;
     }
     following.recordLeft(index);
+    keepCurrentRecord(page, index);
     orphanIfEmpty(chain, page, following);
     if (chain.carriesIdentifiers())
         reportDeletion(byPartialKey, chain, page.number(), index);

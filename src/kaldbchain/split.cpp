@@ -3,6 +3,7 @@
 // A split either happens or does not. What it will write is checked before the first change; should a step fail all the
 // same, the page gets its bytes back and whoever was told of moved records is told that they are where they were.
 
+#include "kaldbchain/enumerator.h"
 #include "kaldbchain/internal.h"
 #include "kaldbchain/ordered.h"
 
@@ -49,6 +50,7 @@ Status moveSmallest(const KALDBChain& chain, const ChainPage& existing, const Ch
     reportMove(chain, record, existing.number(), from, created.number(), to);
     if (Status s = existing.tree().removeIndex(from, chain.callbacks.compare); failed(s))
         return KAL_TRACE(split, s, u"could not delete item");
+    keepCurrentRecord(existing, from);
     return Status::success;
 }
 

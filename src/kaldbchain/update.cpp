@@ -20,6 +20,20 @@ Status overwrite(const TraceSource& here, const KALDBChain& chain, const ChainPa
     return status;
 }
 
+// A current record that a split moved is found by its key.
+
+Status loadCurrentPage(const KALDBChain& chain, const KALDBChainEnum& walk, ChainPage& page)
+{
+    return walk.isRemoved ? dbchainFindUpdatePage(chain, walk.removed(), page)
+                          : page.load(chain, walk.lockType, walk.page);
+}
+
+Status findCurrentRecord(const KALDBChain& chain, const KALDBChainEnum& walk, const ChainPage& page, std::byte*& record)
+{
+    return walk.isRemoved ? page.tree().search(walk.removed(), chain.callbacks.compare, record)
+                          : walk.btreeEnum.current(page.tree().page(), record);
+}
+
 }  // namespace
 
 Status kaldbUpdateChainRecord(KALDBChain& chain, void* record)
@@ -57,10 +71,10 @@ Status kaldbUpdateCurrentChainRecord(KALDBChain& chain, KALEnumerator* enumerato
     if (Status s = dbchainCheckConstraints(1, chain, record); failed(s))
         return s;
     ChainPage page{here, u"could not unload page"};
-    if (Status s = page.load(chain, walk->lockType, walk->page); failed(s))
+    if (Status s = loadCurrentPage(chain, *walk, page); failed(s))
         return KAL_TRACE(here, s, u"could not load page");
     std::byte* current = nullptr;
-    if (Status s = walk->btreeEnum.current(page.tree().page(), current); failed(s))
+    if (Status s = findCurrentRecord(chain, *walk, page, current); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve record");
 
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_DELETE, Status::success, current); failed(s))
