@@ -10,6 +10,7 @@
 #include <map>
 #include <new>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -213,6 +214,7 @@ TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
 {
     static KALDBTable* used = nullptr;
     static int moves = 0;
+    static bool compareThrows = false;
     Database database;
     Table table{database, u"T", 300};
     table.close();
@@ -221,9 +223,16 @@ TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
         KALDBIndexRecord found{};
         EXPECT_EQ(kaldb::kaldbIndexGetRecord(*used->index, to->id, found), kaldb::Status::success);
         EXPECT_EQ(std::tuple(found.page, found.index), std::tuple(to->page, to->index));
-        if (++moves == 5)
-            throw std::bad_alloc{};  // amid a split, whose moves are taken back
-        return 1U;                   // stops nothing
+        compareThrows = ++moves == 5;  // amid a split, whose moves are taken back
+        if (moves % 3 == 0)
+            throw std::bad_alloc{};
+        return 1U;  // stops nothing, nor does the exception
+    };
+    table.callbacks.compare = [](const void* probe, const void* stored) {
+        return std::exchange(compareThrows, false) ? throw std::bad_alloc{} : byKey(probe, stored);
+    };
+    table.callbacks.recordEvent = [](std::uint32_t event, std::uint32_t, void*) {
+        return event % 2 != 0 || event == KALDB_EVENT_READ ? throw 1 : 0U;
     };
     table.open(database);
     used = table.handle();

@@ -30,7 +30,8 @@
  *     KALDB_OUT_OF_MEMORY     no memory, or every slot of the cache is in use
  *     KALDB_FAILURE, KALDB_SHORT_READ, KALDB_END_OF_FILE  the page is damaged, cut off or not in the file
  *     KALDB_ACCESS_DENIED, KALDB_IO_ERROR, KALDB_NO_SPACE, ...  the operating system failed
- * An exception that a callback throws ends the operation with KALDB_OUT_OF_MEMORY or KALDB_FAILURE.
+ * An exception that a callback throws ends the operation with KALDB_OUT_OF_MEMORY or KALDB_FAILURE; where the answer of
+ * the callback is ignored, so is the exception.
  */
 #ifndef KALDB_TABLE_H
 #define KALDB_TABLE_H

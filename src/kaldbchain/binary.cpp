@@ -152,7 +152,7 @@ Status kaldbInsertBinaryChainRecord(KALDBChain& chain, const KALDBBinaryRecord& 
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_INSERT, Status::success, heard); failed(s))
         return s;
     const Status status = insertIntoPage(here, page, record, locator);
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, heard));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, heard);
     return status;
 }
 

@@ -233,7 +233,7 @@ Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
     } else {
         KAL_TRACE(here, status, u"could not retrieve btree item");
     }
-    ignore(recordEvent(*walk.chain, KALDB_EVENT_READ, status, buffer));
+    tellRecordEvent(*walk.chain, KALDB_EVENT_READ, status, buffer);
     return status;
 }
 

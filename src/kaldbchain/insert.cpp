@@ -210,7 +210,7 @@ Status kaldbInsertChainRecord(KALDBChain& chain, void* record, KALDBIndexRecord*
         return s;
     }
     const Status status = insertIntoPage(chain, page, record, locator);
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, record));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_INSERT, status, record);
     if (Status s = page.release(); failed(s))
         KAL_TRACE(insertion, s, u"could not unload page");
     dbchainRetryRemoval(chain, empty);

@@ -1,6 +1,7 @@
 // What the files of the chain module share. Other modules include chain.h.
 #pragma once
 
+#include "common/guard.h"
 #include "common/status.h"
 #include "common/trace.h"
 #include "kalbtree/btree_view.h"
@@ -156,12 +157,18 @@ Status dbchainSuccessor(const KALDBChain& chain, LockType lock, const ChainPage&
 Status dbchainEnumFindNextPage(const KALDBChain& chain, LockType lock, const ChainPage& current, ChainPage& next,
                                WalkBound& bound, const void* enumerator);
 
-/// Calls the record-event callback where there is one.
+/// Calls the record-event callback where there is one, and asks it whether the operation may go on.
 inline Status recordEvent(const KALDBChain& chain, std::uint32_t event, Status status, void* record)
 {
     if (chain.callbacks.recordEvent == nullptr)
         return Status::success;
     return asStatus(chain.callbacks.recordEvent(event, code(status), record));
+}
+
+/// The same after the fact: the operation has to be finished, whatever the callback answers or throws.
+inline void tellRecordEvent(const KALDBChain& chain, std::uint32_t event, Status status, void* record) noexcept
+{
+    guarded([&] { return recordEvent(chain, event, status, record); });
 }
 
 }  // namespace kaldb

@@ -24,7 +24,7 @@ Status kaldbQueryChainPrimaryKey(KALDBChain& chain, const void* key, void* recor
     if (Status s = page.tree().search(key, chain.callbacks.compare, item); failed(s))
         return s;
     std::memcpy(record, item, chain.recordSize);
-    ignore(recordEvent(chain, KALDB_EVENT_READ, Status::success, record));
+    tellRecordEvent(chain, KALDB_EVENT_READ, Status::success, record);
     return Status::success;
 }
 
@@ -41,7 +41,7 @@ Status kaldbQueryChainID(KALDBChain& chain, const KALDBIndexRecord& locator, voi
     std::byte* item = nullptr;
     if (Status s = page.tree().getIndex(locator.index, item); failed(s))
         return KAL_TRACE(here, s, u"could not retrieve item from btree");
-    ignore(recordEvent(chain, KALDB_EVENT_READ, Status::success, item));
+    tellRecordEvent(chain, KALDB_EVENT_READ, Status::success, item);
     std::memcpy(record, item, chain.recordSize);
     return Status::success;
 }

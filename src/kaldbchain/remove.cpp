@@ -102,7 +102,7 @@ Status kaldbDeleteChainRecord(KALDBChain& chain, void* key, KALDBIndexRecord* lo
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_DELETE, Status::success, key); failed(s))
         return s;
     const Status status = deleteFromPage(chain, page, key, wanted);
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_DELETE, status, key));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_DELETE, status, key);
     if (Status s = page.release(); failed(s))
         KAL_TRACE(byKey, s, u"could not unload page");
     dbchainRetryRemoval(chain, empty);
@@ -138,7 +138,7 @@ Status kaldbDeleteChainRecordByID(KALDBChain& chain, const KALDBIndexRecord& loc
         if (status != Status::notFound)
             KAL_TRACE(here, status, u"could not delete item");
     }
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_DELETE, status, nullptr));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_DELETE, status, nullptr);
     return status;
 }
 

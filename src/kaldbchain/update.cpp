@@ -55,7 +55,7 @@ Status kaldbUpdateChainRecord(KALDBChain& chain, void* record)
     if (Status s = recordEvent(chain, KALDB_EVENT_BEFORE_UPDATE, Status::success, record); failed(s))
         return s;
     const Status status = overwrite(here, chain, page, record);
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_UPDATE, status, record));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_UPDATE, status, record);
     return status;
 }
 
@@ -83,8 +83,8 @@ Status kaldbUpdateCurrentChainRecord(KALDBChain& chain, KALEnumerator* enumerato
         return s;
     if (Status s = overwrite(here, chain, page, record); failed(s))
         return s;
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_INSERT, Status::success, record));
-    ignore(recordEvent(chain, KALDB_EVENT_AFTER_DELETE, Status::success, current));
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_INSERT, Status::success, record);
+    tellRecordEvent(chain, KALDB_EVENT_AFTER_DELETE, Status::success, current);
     return Status::success;
 }
 

@@ -2,6 +2,7 @@
 
 #include "kaldbtable/table.h"
 
+#include "common/guard.h"
 #include "common/memory.h"
 #include "common/trace.h"
 #include "kaldbindex/pending_changes.h"
@@ -48,7 +49,7 @@ std::uint32_t kaldbTableIndexUpdate(const KALDBIndexRecord* from, const KALDBInd
     if (table.index != nullptr)
         status = kaldbIndexUpdateRecord(*table.index, *to);
     if (table.callersIndexUpdate != nullptr)
-        keepFirst(status, asStatus(table.callersIndexUpdate(from, to, context)));
+        keepFirst(status, asStatus(guarded([&] { return asStatus(table.callersIndexUpdate(from, to, context)); })));
     return code(status);
 }
 
