@@ -187,6 +187,11 @@ TEST_F(Walks, MissNothingThatStaysWhateverComesAndGoes)
             std::vector<char> record = each.make(current, round);
             EXPECT_EQ(kaldbTableUpdateCurrentRecord(each.handle(), walk, record.data()) == 0U,
                       present.count(current) == 1);
+            if (present.count(current) == 1) {
+                std::vector<char> item(record.size());
+                EXPECT_EQ(kalEnumeratorGetItem(walk, item.data(), static_cast<std::uint32_t>(item.size())), 0U);
+                EXPECT_EQ(item, record) << round;
+            }
         } while (kalEnumeratorMoveNext(walk) == 0U);
         EXPECT_TRUE(std::includes(seen.begin(), seen.end(), always.begin(), always.end())) << round;
         EXPECT_EQ(kalEnumeratorFree(walk), 0U);

@@ -210,15 +210,35 @@ Status dbchainEnumMove(KALDBChainEnum& walk, std::uint32_t kind, std::uint32_t& 
     return status;
 }
 
+constexpr TraceSource getItem = chainSource(u"dbchainEnumGetItem");
+
+/// A current record that left its slot may stand in another one, and have been updated there.
+Status refreshRemoved(KALDBChainEnum& walk)
+{
+    const KALDBChain& chain = *walk.chain;
+    ChainPage page{getItem, u"could not unload page %ld"};
+    EmptyPageMet empty;
+    Status status = dbchainFindQueryPage(chain, walk.removed(), page, empty);
+    std::byte* item = nullptr;
+    if (ok(status))
+        status = page.tree().search(walk.removed(), chain.callbacks.compare, item);
+    if (ok(status))
+        std::memcpy(walk.removed(), item, chain.recordSize);
+    return status == Status::notFound ? Status::success : status;
+}
+
 /// The buffer has room for a record.
 Status dbchainEnumGetItem(KALDBChainEnum& walk, void* buffer)
 {
-    constexpr static TraceSource here = chainSource(u"dbchainEnumGetItem");
+    constexpr TraceSource here = getItem;
     const ChainOperation operation{*walk.chain, ChainOperation::Purpose::read};
     if (failed(operation.status()))
         return operation.status();
     KAL_TRACE(here, u"enumerator 0x%08X loading page %ld", traceAddress(&walk), walk.page);
-    if (!pageIsInPlace(walk)) {
+    if (walk.isRemoved) {
+        if (Status s = refreshRemoved(walk); failed(s))
+            return KAL_TRACE(here, s, u"could not find the record that left page %ld", walk.page);
+    } else if (!pageIsInPlace(walk)) {
         ChainPage page{here, u"could not unload page %ld"};
         if (Status s = loadCurrentPage(walk, page); failed(s))
             return KAL_TRACE(here, s, u"could not load page %ld", walk.page);
