@@ -153,15 +153,15 @@ Status deleteOneMatch(const KALDBChain& chain, ChainPage& page, const void* key,
     SlotIndex index = noSlot;
     if (Status s = page.tree().searchIndex(key, compare, index); failed(s))
         return s;
-    KALDBID id = zeroIdentifier();
-    if (chain.carriesIdentifiers())
-        id = readField<KALDBID>(page.tree().item(index));
     FollowedDeletion following{chain, page, key, compare};
     if (Status s = page.tree().remove(key, compare, index); failed(s)) {
         following.recordStays();
         KAL_TRACE(verbatim, u"kaldbchain: kaldbDeleteChainPartialKey() could not delete record [0x%02X]\n", code(s));
         return s;
     }
+    KALDBID id = zeroIdentifier();
+    if (chain.carriesIdentifiers())
+        id = readField<KALDBID>(page.tree().item(index));  // the one that was removed
     following.recordLeft(index);
     keepCurrentRecord(page, index);
     orphanIfEmpty(chain, page, following);
