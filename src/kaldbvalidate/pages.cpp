@@ -22,13 +22,13 @@ bool hasType(TypedPage page, std::uint32_t headerLength, const std::array<char, 
            readField<std::array<char, 4>>(page.data(), offsetof(KALBTreePage, typeName)) == name;
 }
 
-/// The slots of a B-tree page whose header fits the page: no index leads out of it.
+/// The slots of a B-tree page. Where they fit the page no index leads out of it; items are not looked at.
 class ExaminedSlots {
 public:
     explicit ExaminedSlots(TypedPage page) : page_(page), header_(readField<KALBTreePage>(page.data())) {}
 
     const KALBTreePage& header() const { return header_; }
-    bool fitPage() const { return btreeBytes(header_.maxCount, header_.itemSize) <= page_.size(); }
+    bool fitPage() const { return header_.maxCount <= (page_.size() - btreeHeaderLength) / sizeof(KALBTreeSlot); }
     bool holds(SlotIndex index) const { return index < header_.maxCount; }
     KALBTreeSlot operator[](std::size_t index) const
     {
@@ -185,11 +185,13 @@ bool dbValidateBinaryPage(TypedPage page)
     if (!hasType(page, sizeof(KALDBBinaryPage), binaryTypeName) || header.size < sizeof header)
         return false;
     const std::uint64_t stride = sizeof(KALDBBinarySlot) + std::uint64_t{header.slotDataSize};
-    if (header.maxCount != (header.size - sizeof header) / stride ||
-        sizeof header + header.maxCount * stride > page.size())
+    if (header.maxCount != (header.size - sizeof header) / stride)
         return false;
-    for (std::size_t i = 0; i < header.maxCount; ++i) {
-        if (!binarySlotIsSound(readField<KALDBBinarySlot>(page.data(), sizeof header + i * stride)))
+    for (std::uint64_t i = 0; i < header.maxCount; ++i) {
+        // The header of each slot must lie in the page; what the last slot can hold need not.
+        const std::uint64_t offset = sizeof header + i * stride;
+        if (offset + sizeof(KALDBBinarySlot) > page.size() ||
+            !binarySlotIsSound(readField<KALDBBinarySlot>(page.data(), offset)))
             return false;
     }
     return true;
