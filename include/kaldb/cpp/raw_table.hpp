@@ -36,6 +36,8 @@ namespace detail {
 template <class Visit>
 std::uint32_t visit_tables(KALDBDatabase* database, Visit&& visit)
 {
+    if (database == nullptr)  // to the library, whatever database is open
+        return KALDB_NOT_OPEN;
     KALEnumerator* made = nullptr;
     std::uint32_t status = kaldbTableEnumerate(database, &made);
     const enumerator tables{made};
@@ -247,10 +249,16 @@ private:
     bool walked() const noexcept { return table_ && table_->reading + table_->updating > 0; }
     KALDBTable* handle() const noexcept { return table_ ? table_->handle : nullptr; }
 
+    /// The name as the library takes it, for a database that is open: to the library, no handle means any that is.
+    static std::uint32_t nameOf(const database& db, std::string_view name, detail::table_name& wide)
+    {
+        return db.native_handle() == nullptr ? std::uint32_t{KALDB_NOT_OPEN} : detail::to_table_name(name, wide);
+    }
+
     static std::uint32_t make(database& db, std::string_view name, const record_shape& shape)
     {
         detail::table_name wide;
-        if (const std::uint32_t status = detail::to_table_name(name, wide); status != KALDB_SUCCESS)
+        if (const std::uint32_t status = nameOf(db, name, wide); status != KALDB_SUCCESS)
             return status;
         KALDBTableInfo info{};
         std::memcpy(info.name, wide.units, sizeof info.name);
@@ -262,7 +270,7 @@ private:
     std::uint32_t start(database& db, std::string_view name, const record_shape& shape, std::string& phrase)
     {
         detail::table_name wide;
-        if (const std::uint32_t status = detail::to_table_name(name, wide); status != KALDB_SUCCESS)
+        if (const std::uint32_t status = nameOf(db, name, wide); status != KALDB_SUCCESS)
             return status;
         const auto opened = std::make_shared<detail::open_table>(shape.size, shape.identifiers, name);
         KALDBChainCallbacks callbacks{};
