@@ -136,6 +136,10 @@ public:
     {
     }
 
+    // Moving copies: what is left behind stays a range.
+    walk(const walk&) = default;
+    walk& operator=(const walk&) = default;
+
     /// Begins a walk: a new one each time.
     iterator begin() const { return iterator{*this}; }
     std::default_sentinel_t end() const noexcept { return std::default_sentinel; }
