@@ -51,6 +51,13 @@ struct first_members {
         return Order::template compare_first<N>(probe, stored);
     }
 };
+/// Whether an order of members looks for them at their places in the record: it knows only those in the class that
+/// declares them.
+template <class Record, class Order>
+inline constexpr bool finds_members = true;
+template <class Record, auto... Members>
+inline constexpr bool finds_members<Record, key<Members...>> =
+    std::same_as<typename key<Members...>::record, Record> || std::is_standard_layout_v<Record>;
 /// Everything that is not below the probe counts as equal to it.
 template <class Part>
 std::int32_t not_below(const void* probe, const void* stored)
@@ -88,6 +95,7 @@ class table {
     static_assert(std::is_trivially_copyable_v<Record>, "records are kept byte by byte");
     static_assert(std::is_default_constructible_v<Record>, "walks need room for a record");
     static_assert(sizeof(Record) <= detail::longest_record, "a record does not fit a page");
+    static_assert(detail::finds_members<Record, Order>, "a key member belongs to a base that may not begin the record");
 
 public:
     using record_type = Record;
