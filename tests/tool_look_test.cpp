@@ -97,7 +97,7 @@ TEST_F(LookTest, GetFindsRowsByKeyRangeAndIdentifier)
     }
     EXPECT_EQ(done("get p People 'person 007' --ids --columns age --format jsonl"), "{\"_id\":1,\"age\":7}\n");
     EXPECT_EQ(done("get p People 'person 007' --columns name,age"), "name        age\nperson 007    7\n");
-    for (const char* missing : {"nobody", "--id 120", "--prefix q"}) {
+    for (const char* missing : {"nobody", "--id 120", "--prefix q", "'person 001' nobody --format csv"}) {
         const test::Answer answer = run("get p People " + std::string{missing});
         EXPECT_TRUE(answer.exit == 1 && answer.out.empty() && answer.error.empty()) << missing << answer;
     }

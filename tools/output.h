@@ -60,6 +60,12 @@ public:
     virtual void end() {}
 };
 
+/// Finds out what would be written.
+class Nowhere final : public RowWriter {
+public:
+    void row(const Row&, const Record&) override {}
+};
+
 /// `shape` is not used for hex, which shows the records of any table.
 std::unique_ptr<RowWriter> makeRowWriter(Format format, RowWriter::Shape shape, Output& out);
 std::unique_ptr<RowWriter> makeHexWriter(bool ids, Output& out);

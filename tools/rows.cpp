@@ -59,9 +59,7 @@ void TableRows::writeOne(const Record& record, RowWriter& writer, const DamageSi
 
 void TableRows::requireSound() const
 {
-    struct Nowhere final : RowWriter {
-        void row(const Row&, const Record&) override {}
-    } nowhere;
+    Nowhere nowhere;
     write({}, nowhere, [&](const Damage& damage) { failDamaged(open_.file, damage); });
 }
 

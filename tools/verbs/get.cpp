@@ -67,39 +67,48 @@ RowSelection range(const GetOptions& options, const TableSchema& schema)
 
 class Getter {
 public:
-    Getter(const GetOptions& options, const OpenFile& open, const TableRows& rows, RowWriter& writer)
-        : options_(options), open_(open), rows_(rows), writer_(writer)
+    Getter(const GetOptions& options, const OpenFile& open, const TableRows& rows)
+        : options_(options), open_(open), rows_(rows)
     {
     }
 
-    Exit run()
+    /// Everything is found before anything is written: a key that is missing, or damage, leaves no half output behind.
+    Exit run(RowWriter& writer) const
     {
-        writer_.begin();
+        Nowhere nowhere;
+        if (!find(nowhere, damage_))
+            return Exit::no;
+        writer.begin();
+        find(writer, [](const Damage&) {});  // told already
+        writer.end();
+        return Exit::done;
+    }
+
+private:
+    bool find(RowWriter& writer, const DamageSink& damage) const
+    {
         bool all = true;
         for (const std::uint64_t id : options_.ids)
             all &= findById(
                 open_, rows_.table(), id,
                 [&](const Record& record) {
-                    rows_.writeOne(record, writer_, damage_);
+                    rows_.writeOne(record, writer, damage);
                     return true;
                 },
-                damage_);
+                damage);
         if (!options_.keys.empty() || options_.byRange()) {
             const TableSchema& schema = *rows_.schema();
             for (const KeyBytes& key : makeKeys(schema, options_.keys))
-                all &= rows_.write({key, key, 1}, writer_, damage_) == 1;
+                all &= rows_.write({key, key, 1}, writer, damage) == 1;
             if (options_.byRange())
-                all &= rows_.write(range(options_, schema), writer_, damage_) > 0;
+                all &= rows_.write(range(options_, schema), writer, damage) > 0;
         }
-        writer_.end();
-        return all ? Exit::done : Exit::no;
+        return all;
     }
 
-private:
     const GetOptions& options_;
     const OpenFile& open_;
     const TableRows& rows_;
-    RowWriter& writer_;
     DamageSink damage_ = [this](const Damage& damage) {
         if (!options_.dirty)
             failDamaged(open_.file, damage);
@@ -122,7 +131,7 @@ Exit get(const GetOptions& options, Session& session)
     const TableRows rows{
         open, table, byId ? schemaOf(open, schemas, damages, table) : &requireSchema(open, schemas, damages, table)};
     const auto writer = writerFor(rows, format, options.columns, options.showIds, session.out);
-    return Getter{options, open, rows, *writer}.run();
+    return Getter{options, open, rows}.run(*writer);
 }
 
 }  // namespace
