@@ -207,7 +207,8 @@ TEST_F(WriteTest, EveryFailureHasItsExitCodePrintsNothingAndChangesNothing)
         ASSERT_TRUE(std::regex_match(line, one, std::regex{R"((\d) \| (.*) \| (.+))"})) << line;
         refused(one[2], std::stoi(one[1]), one[3]);
     }
-    EXPECT_EQ(run("dump p People > /dev/full 2> /dev/null; exit $?; echo").exit, 3);
+    for (const std::string printing : {"dump p People", "info --help"})
+        EXPECT_EQ(run(printing + " > /dev/full 2> /dev/null; exit $?; echo").exit, 3);
     for (const char* arguments : {"load p New many.csv --key k", "load new New many.csv --key k", "backup p y"})
         refused(arguments, 3, "KALDB_NO_SPACE", "trap '' XFSZ; ulimit -f 40; ");
 }

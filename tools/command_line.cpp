@@ -1,10 +1,20 @@
 #include "command_line.h"
 
 #include "failure.h"
+#include "output.h"
 
 #include <CLI/CLI.hpp>
 
+#include <sstream>
+
 namespace kaldb::tool {
+
+namespace {
+
+/// A minus would turn a count into a very large one.
+std::string refuseNegative(const std::string& text) { return text.starts_with('-') ? text + " is no count" : ""; }
+
+}  // namespace
 
 void Verb::argument(const char* name, std::string& value, const char* help)
 {
@@ -28,7 +38,10 @@ void Verb::option(const char* name, std::string& value, const char* help)
     app_->add_option(name, value, help)->capture_default_str();
 }
 
-void Verb::option(const char* name, std::uint64_t& value, const char* help) { app_->add_option(name, value, help); }
+void Verb::option(const char* name, std::uint64_t& value, const char* help)
+{
+    app_->add_option(name, value, help)->check(refuseNegative);
+}
 
 void Verb::list(const char* name, std::vector<std::string>& values, const char* help)
 {
@@ -37,7 +50,7 @@ void Verb::list(const char* name, std::vector<std::string>& values, const char* 
 
 void Verb::list(const char* name, std::vector<std::uint64_t>& values, const char* help)
 {
-    app_->add_option(name, values, help)->delimiter(',')->allow_extra_args(false);
+    app_->add_option(name, values, help)->delimiter(',')->allow_extra_args(false)->check(refuseNegative);
 }
 
 void Verb::words(const char* name, std::vector<std::string>& values, const char* help)
@@ -58,13 +71,16 @@ CommandLine::~CommandLine() = default;
 
 Verb CommandLine::verb(const char* name, const char* help) { return Verb{*app_->add_subcommand(name, help)}; }
 
-std::optional<int> CommandLine::parse(int count, char** arguments)
+std::optional<int> CommandLine::parse(int count, char** arguments, Output& out)
 {
     try {
         app_->parse(count, arguments);
         return std::nullopt;
     } catch (const CLI::Success& answer) {
-        return app_->exit(answer);
+        std::ostringstream text;
+        const int exit = app_->exit(answer, text);
+        out.write(text.str());
+        return exit;
     } catch (const CLI::ParseError& error) {
         throw wrongUse(error.what(), "kaldb --help, or kaldb VERB --help");
     }

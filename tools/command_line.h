@@ -14,6 +14,8 @@ class App;
 
 namespace kaldb::tool {
 
+class Output;
+
 /// What one verb takes. The values bound here must live as long as the command line.
 class Verb {
 public:
@@ -45,9 +47,9 @@ public:
     ~CommandLine();
 
     Verb verb(const char* name, const char* help);
-    /// Calls what the verb has registered. An exit code when help or the version was asked for and has been printed;
-    /// throws a Failure for a command line that makes no sense.
-    std::optional<int> parse(int count, char** arguments);
+    /// Calls what the verb has registered. An exit code when help or the version was asked for and has been written to
+    /// `out`; throws a Failure for a command line that makes no sense.
+    std::optional<int> parse(int count, char** arguments, Output& out);
 
 private:
     std::unique_ptr<CLI::App> app_;

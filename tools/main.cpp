@@ -52,11 +52,10 @@ int run(int count, char** arguments)
     addRestore(line, session);
     addVersion(line, session);
     try {
-        if (const std::optional<int> answered = line.parse(count, arguments))
-            return *answered;
-        const Exit exit = session.run();
+        const std::optional<int> answered = line.parse(count, arguments, session.out);
+        const int exit = answered ? *answered : static_cast<int>(session.run());
         session.out.finish();
-        return static_cast<int>(exit);
+        return exit;
     } catch (const Failure& failure) {
         return report(failure, session.json);
     } catch (const kaldb::error& error) {
