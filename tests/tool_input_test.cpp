@@ -141,6 +141,11 @@ TEST(Plan, TypesKeepWhatTheInputSays)
     EXPECT_EQ(types("k\n1\n", {.key = {"z"}}), "there is no column 'z'");
     EXPECT_EQ(types("k\n1\n", {.types = {{"k", "char(0)"}}}), "column 'k': no type 'char(0)'");
     EXPECT_EQ(types("[1]", {}, InputFormat::jsonl), "line 1: a row is no JSON object");
+    EXPECT_EQ(types(R"({"kaldb":1,"columns":2})", {}, InputFormat::jsonl), "i64 i64 ") << "a row, no schema";
+    EXPECT_EQ(types("\xEF\xBB\xBF"
+                    "ab\n",
+                    {}, InputFormat::lines),
+              "char(2) ");
     EXPECT_NE(types(R"([{"k":7e999}])", {}, InputFormat::json).find("number overflow"), std::string::npos);
     EXPECT_EQ(types(R"({"k":"7","v":1,"w":18446744073709551615})"
                     "\n"

@@ -71,6 +71,8 @@ InputRows readLines(std::istream& in, const std::string& name, const InputOption
     input.columns = {options.lineColumn};
     std::string line;
     for (std::size_t number = 1; std::getline(in, line); ++number) {
+        if (number == 1 && line.starts_with("\xEF\xBB\xBF"))  // a byte-order mark
+            line.erase(0, 3);
         if (line.ends_with('\r'))
             line.pop_back();
         input.rows.push_back({accept(std::move(line), options, name, number)});
@@ -117,7 +119,7 @@ private:
 };
 
 /// A dump of a whole file has, before the rows of each table, a line with its schema.
-bool isTableLine(const Json& json) { return json.isObject() && json.contains("kaldb") && json.contains("columns"); }
+bool isTableLine(const Json& json) { return json.isObject() && json.contains("kaldb") && json["columns"].isArray(); }
 
 InputRows readJsonLines(std::istream& in, const std::string& name, const InputOptions& options)
 {

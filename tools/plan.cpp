@@ -259,7 +259,7 @@ TableSchema planTable(const InputRows& input, const PlanOptions& options)
         else if (!given || (column.type == ColumnType::text && column.width == 0))
             open.push_back({i, &facts[i]});
         if (column.width == 0)
-            column.width = column.type == ColumnType::bytes ? longest / 2 : longest;
+            column.width = column.type == ColumnType::bytes ? std::max(longest / 2, 1U) : longest;
     }
     if (!open.empty())
         TextPlan{schema, std::move(open), input.rows.size()}.run();
@@ -293,7 +293,8 @@ Row convertRow(const InputRows& input, std::size_t number, const TableSchema& sc
             }
         }
         const auto* const text = std::get_if<std::string>(&row[i]);
-        if (text != nullptr && column.type == ColumnType::chars && text->size() > column.width)
+        if (text != nullptr && ((column.type == ColumnType::chars && text->size() > column.width) ||
+                                (column.type == ColumnType::bytes && text->size() != column.width)))
             throw refuse(fmt::format("{} bytes do not fit {} of column '{}'", text->size(), column.typeName(),
                                      printable(column.name)));
         if (isNull(row[i]) && (column.notNull || column.keyPosition != 0))

@@ -120,8 +120,8 @@ std::string TableSchema::fault() const
             return fmt::format("column '{}' has a wrong width", printable(column.name));
         if (column.width > recordSize || !inside(column.offset, column.fieldBytes()))
             return fmt::format("column '{}' lies outside the record", printable(column.name));
-        if (column.name.empty() || find(column.name) != &column)
-            return fmt::format("column name '{}' is empty or occurs twice", printable(column.name));
+        if (column.name.empty() || column.name.size() > longestColumnName || find(column.name) != &column)
+            return fmt::format("column name '{}' is empty, too long or occurs twice", printable(column.name));
     }
     const std::vector<std::size_t> keys = keyColumns();
     std::size_t offset = keyOffset();

@@ -83,15 +83,22 @@ TableSchema placed(TableSchema schema, const LoadOptions& options)
 TableSchema newSchema(const LoadOptions& options, const InputRows& rows)
 {
     constexpr std::size_t longestName = 31, longestNameWithIds = 26;  // in UTF-16 units
+    constexpr std::uint32_t narrowestText = 4;                        // what a text out of line needs of its area
+    const TableSchema schema = [&] {
+        if (!options.schema.empty())
+            return placed(readSchemaFile(options.schema), options);
+        if (rows.schema && options.key.empty() && options.types.empty())
+            return placed(*rows.schema, options);
+        return planTable(rows, {options.table, options.key, parseTypes(options.types), options.ids});
+    }();
     if (findInvalidUtf8(options.table) != std::string::npos || options.table.empty() ||
-        utf16(options.table).size() > (options.ids ? longestNameWithIds : longestName))
+        utf16(options.table).size() > (schema.ids ? longestNameWithIds : longestName))
         throw wrongUse(fmt::format("no table can be called '{}'", printable(options.table)),
                        "up to 31 characters, 26 with --ids");
-    if (!options.schema.empty())
-        return placed(readSchemaFile(options.schema), options);
-    if (rows.schema && options.key.empty() && options.types.empty())
-        return placed(*rows.schema, options);
-    return planTable(rows, {options.table, options.key, parseTypes(options.types), options.ids});
+    for (const Column& column : schema.columns)
+        if (column.width < (column.type == ColumnType::text ? narrowestText : 1))
+            throw wrongUse(fmt::format("column '{}': {} is too narrow", printable(column.name), column.typeName()));
+    return schema;
 }
 
 TableSchema existingSchema(const LoadOptions& options, const OpenFile& open, const Chain& table)
