@@ -39,6 +39,7 @@ TEST_F(LookTest, TablesInfoAndPagesCountWhatIsThere)
     EXPECT_EQ(done("tables p --names"), "Foreign\nKaldbSchema\nPeople\n");
     EXPECT_NE(done("tables p").find("\nKaldbSchema        5   160      1  45 %      1  no\n"), std::string::npos);
     EXPECT_EQ(report("tables p --system")["tables"].size(), 7U);
+    EXPECT_EQ(report("tables p --names")["tables"].size(), 3U);
     const json tables = report("tables p")["tables"];
     EXPECT_TRUE(tables[0]["records"] == 5 && tables[1]["records"] == 5) << tables;
     EXPECT_TRUE(tables[2]["records"] == 120 && tables[2]["recordSize"] == 104 && tables[2]["nextId"] == 120) << tables;
@@ -61,6 +62,8 @@ TEST_F(LookTest, TablesInfoAndPagesCountWhatIsThere)
     file("lonely", bytes("p").replace(88, 1, "\1"));
     EXPECT_TRUE(run("pages lonely 0 --hex").out.starts_with("page 0: ROOT, ")) << run("pages lonely 0 --hex");
     EXPECT_EQ(report("info lonely")["backup"], json());
+    file("\xFF", bytes("p"));
+    EXPECT_NE(done("check \xFF").find("the library's page check counts nothing"), std::string::npos);
 }
 
 TEST_F(LookTest, DumpGivesEveryRowInKeyOrder)

@@ -2,6 +2,9 @@
 
 #include "checker.h"
 
+#include "failure.h"
+#include "write/claim.h"
+
 #include <kaldb/validate.h>
 
 #include <cstdio>
@@ -68,9 +71,12 @@ std::optional<std::uint32_t> countLibraryErrors(const std::filesystem::path& pat
 {
     const Silence silence;
     std::uint32_t errors = 0;
-    if (!silence.active() || kaldbValidatePages(path.u16string().c_str(), 0, &errors) == 0)
-        return std::nullopt;
-    return errors;
+    try {
+        if (silence.active() && kaldbValidatePages(libraryName(path).c_str(), 0, &errors) != 0)
+            return errors;
+    } catch (const Failure&) {  // a name that the library cannot be told
+    }
+    return std::nullopt;
 }
 
 }  // namespace kaldb::tool

@@ -32,6 +32,8 @@ Exit schema(const std::string& path, const std::string& table, Session& session)
     std::vector<Damage> damages;
     const Schemas schemas =
         readSchemas(open.file, open.catalogue, [&](Damage damage) { damages.push_back(std::move(damage)); });
+    if (damages.empty() && schemas.empty())
+        damages = open.catalogue.damages;  // which may hide them
     if (!damages.empty())
         failDamaged(open.file, damages.front());
     if (!table.empty()) {

@@ -56,7 +56,7 @@ Exit tables(const TablesOptions& options, Session& session)
     for (const Chain& chain : open.catalogue.chains) {
         if (!options.system && (!chain.table() || chain.system()))
             continue;
-        if (options.names) {
+        if (options.names && !session.json) {
             session.out.line(printable(chain.name));
             continue;
         }
