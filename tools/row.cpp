@@ -71,7 +71,7 @@ std::vector<KeyBytes> makeKeys(const TableSchema& schema, const std::vector<std:
     if (values.size() % columns != 0)
         throw wrongUse(fmt::format("the key of table '{}' has {} columns, but {} values are given",
                                    printable(schema.table), columns, values.size()),
-                       "--prefix finds rows by the first columns of their key");
+                       "--from and --to find rows by the first columns of their key");
     std::vector<KeyBytes> keys;
     for (std::size_t i = 0; i < values.size(); i += columns)
         keys.push_back(makeKey(schema, std::span{values}.subspan(i, columns)));
