@@ -249,9 +249,12 @@ TEST_F(WrapperTest, ACloseThatFailsIsReportedAndCanBeRepeated)
     kaldb::log_to([&](kaldb::log_level, std::string_view line) { lines.append(line).append("|"); });
     faults::failAt("kalFileWrite", 1, KAL_NO_SPACE, /*forGood=*/true);
     static_cast<void>(kaldb::database{std::move(db)});
+    kaldb::database::open(path, error);
+    EXPECT_EQ(error, std::errc::no_space_on_device) << "it has to be closed first";
     faults::reset();
     EXPECT_NE(lines.find("|kaldb: could not close database [0x0A - no space left]|"), std::string::npos) << lines;
-    EXPECT_EQ(kaldbDeinitialize(nullptr), 0U);
+    db = kaldb::database::open(path);
+    EXPECT_TRUE(Plains::open(db, "Plains").find(5));
 }
 
 TEST_F(WrapperTest, TablesAreHeldAgainstTheFile)

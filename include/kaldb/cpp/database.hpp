@@ -47,7 +47,8 @@ public:
         }
         return *this;
     }
-    /// Closes; a failure is logged, since nobody can be told. Call close() to be told.
+    /// Closes; a failure is logged, since nobody can be told, and the next opening tries once more. Call close() to be
+    /// told.
     ~database() { closeAndLog(); }
 
     /// Opens the database, making it when it is missing. A file that was not closed cleanly is replaced by its backup
@@ -129,6 +130,8 @@ private:
         const bool there = exists(path);
         if (!there && !options.create)
             return KALDB_FILE_NOT_FOUND;
+        if (const std::uint32_t status = closeAbandoned(); status != KALDB_SUCCESS)
+            return status;
         path_ = path;
         std::uint32_t isNew = 0;
         const detail::quiet_creation quiet{!there};
@@ -157,6 +160,23 @@ private:
     {
         if (const std::uint32_t status = finish(); status != KALDB_SUCCESS)
             kalError(u"kaldb: could not close database [0x%02X - %s]\n", status, kalErrorGetString(status));
+        abandoned() |= open_ && handle_ == nullptr;
+        open_ = false;
+    }
+
+    /// Whether a database that could not be closed is still open in the library, and no object owns it any more.
+    static bool& abandoned() noexcept
+    {
+        static bool is = false;
+        return is;
+    }
+
+    /// Before another one can be opened.
+    static std::uint32_t closeAbandoned() noexcept
+    {
+        database again;
+        again.open_ = std::exchange(abandoned(), false);
+        return again.finish();  // a second failure is for its destructor to note
     }
 
     std::filesystem::path path_;
