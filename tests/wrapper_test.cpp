@@ -213,6 +213,7 @@ TEST_F(WrapperTest, DatabasesAreOpenedOnceAndMadeOnPurpose)
     db.close();
     EXPECT_EQ(failureOf([&] { db.backup(); }), "none");  // there is one, and backups need no handle
     EXPECT_TRUE(kaldb::tables(db, error).empty() && error == kaldb::errc::not_open) << "that one is not its own";
+    EXPECT_TRUE(!Releases::create(moved, "", error) && error == kaldb::errc::invalid_argument);
     EXPECT_TRUE(!Releases::open_or_create(db, "Empty", error) && error == kaldb::errc::not_open);
     moved = kaldb::database{};
     EXPECT_EQ(failureOf([&] { db.backup(); }), "back up" + notOpen);

@@ -85,7 +85,7 @@ struct record_shape {
 
 /// Owns an open table. Records are `size` bytes at any address; a key is a record whose key fields are set.
 ///
-/// Names are UTF-8, at most 31 UTF-16 units, 26 with identifiers. When the database or the table is closed under them,
+/// Names are UTF-8, 1 to 31 UTF-16 units, 26 with identifiers. When the database or the table is closed under them,
 /// operations and walks fail with errc::not_open or errc::invalid_argument.
 class raw_table {
 public:
@@ -120,7 +120,7 @@ public:
     }
 
     /// Makes a table and opens it; errc::already_exists when there is one, errc::buffer_too_small for a name or a
-    /// record that is too long.
+    /// record that is too long, errc::invalid_argument for an empty name.
     static raw_table create(database& db, std::string_view name, const record_shape& shape)
     {
         const std::uint32_t status = make(db, name, shape);
@@ -260,6 +260,8 @@ private:
         detail::table_name wide;
         if (const std::uint32_t status = nameOf(db, name, wide); status != KALDB_SUCCESS)
             return status;
+        if (name.empty())
+            return KALDB_INVALID_ARGUMENT;
         KALDBTableInfo info{};
         std::memcpy(info.name, wide.units, sizeof info.name);
         info.recordSize = shape.size;
