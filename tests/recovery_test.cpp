@@ -6,7 +6,6 @@
 #include "support/log_lines.h"
 #include "support/process.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <set>
@@ -164,29 +163,22 @@ TEST_F(Recovery, RestoresOnlyWhatIsSpoiledAndOnlyFromASoundBackup)
     }
 }
 
-TEST_F(Recovery, RefusesWhatIsNoDatabaseAtOnceAndLeavesIt)
+TEST_F(Recovery, RefusesWhatIsNoFileAndLeavesItAndTheBackup)
 {
     const fs::path file = database.file();
     const std::pair<std::uint32_t, std::function<void()>> cases[] = {
-        {KALDB_FAILURE, [&] { writeFile(file, "\x89PNG\r\n\x1A\n" + std::string(300, '\0')); }},
-        {KALDB_FAILURE, [&] { writeFile(file, "text"); }},
         {KALDB_NOT_A_FILE, [&] { fs::create_directory(file); }},
         {KALDB_NOT_A_FILE, [&] { ASSERT_EQ(mkfifo(file.c_str(), 0600), 0); }},
         {KALDB_NOT_A_FILE, [&] { fs::create_symlink("/dev/null", file); }},
-        {KALDB_FILE_NOT_FOUND, [&] { fs::create_symlink(database.directory() / "nowhere" / "db", file); }},
+        {KALDB_FILE_NOT_FOUND, [&] { fs::create_symlink("nowhere/db", file); }},
     };
     for (const auto& [status, make] : cases) {
-        put(missing, missing);
+        put(missing, status == KALDB_NOT_A_FILE ? older : missing);
         make();
         const fs::file_type type = fs::symlink_status(file).type();
-        const auto bytes = [&] { return type == fs::file_type::regular ? readFile(file) : ""; };
-        const std::string found = bytes();
-        const auto begin = std::chrono::steady_clock::now();
         EXPECT_EQ(database.tryOpen(), status);
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{5});
         EXPECT_EQ(fs::symlink_status(file).type(), type);
-        EXPECT_EQ(bytes(), found);
-        EXPECT_FALSE(fs::exists(database.backup()));
+        EXPECT_EQ(bytesOf(database.backup()), status == KALDB_NOT_A_FILE ? older : missing);
     }
 }
 
@@ -234,24 +226,6 @@ TEST_F(Recovery, AStartThatFailsOrDiesLeavesFilesThatOpen)
         }
 }
 
-TEST_F(Recovery, ACloseThatFailsIsMadeAgain)
-{
-    database.open();
-    Table table{database, u"Kept", 100};
-    ASSERT_EQ(table.insert(3), 0U);
-    table.close();
-    KALDBDatabase* const handle = database.handle();
-    for (const char* call : {"kalFileWrite", "kalFileSyncW", "kalFileClose"}) {
-        faults::failAt(call, 1, KAL_NO_SPACE);
-        EXPECT_EQ(kaldbDeinitialize(handle), KALDB_NO_SPACE) << call;
-        EXPECT_EQ(database.tryOpen(), alreadyExists);
-        EXPECT_NE(readFile(database.backup()), older);
-    }
-    faults::reset();
-    EXPECT_EQ(database.close(), 0U);
-    EXPECT_EQ(keysAfterOpen(), (Keys{1, 2, 3}));
-}
-
 TEST_F(Recovery, ASessionThatMetDamageKeepsTheBackup)
 {
     // The table's only page is the last but one; its index came after it.
@@ -265,32 +239,32 @@ TEST_F(Recovery, ASessionThatMetDamageKeepsTheBackup)
     }
     EXPECT_EQ(database.close(), 0U);
     EXPECT_EQ(bytesOf(database.backup()), newer);
-    EXPECT_EQ(log.count(KAL_LOG_ERROR, "kalpagemanager: kalPageManagerDeinitialize() could not backup database "
-                                       "[0x1A - damage found]\n"),
-              1);
 }
 
 // KALDB_TORTURE=n in the environment makes 50 n rounds.
-TEST_F(Recovery, OnlyOneProcessOpensADatabase)
+TEST_F(Recovery, OnlyOneProcessOpensADatabaseAlsoOfTwoThatStartAtOnce)
 {
     const char* const times = std::getenv("KALDB_TORTURE");
-    const int rounds = times == nullptr ? 20 : 50 * std::max(1, std::atoi(times));
+    const int rounds = times == nullptr ? 21 : 50 * std::max(1, std::atoi(times));
     for (int round = 0; round < rounds; ++round) {
-        put(newer, older);
-        log.clear();
-        Process owner = starter();
-        ASSERT_EQ(owner.report(), 0U);
+        const std::string found = round % 3 == 0 ? newer : round % 3 == 1 ? missing : dirty(newer);
+        const std::string& backup = found == missing ? missing : older;
+        put(found, backup);
+        Process starters[] = {starter(), starter()};
+        const std::set<std::uint32_t> statuses{starters[0].report(), starters[1].report()};
+        ASSERT_EQ(statuses, (std::set<std::uint32_t>{0U, KALDB_FILE_IN_USE}));
         const std::string live = bytesOf(database.file());
-        EXPECT_EQ(live, dirty(newer));
+        EXPECT_TRUE(found != newer || live == dirty(newer));
+        log.clear();
         ASSERT_EQ(database.tryOpen(), KALDB_FILE_IN_USE);
         ASSERT_EQ(bytesOf(database.file()), live);
-        ASSERT_EQ(bytesOf(database.backup()), older);
+        ASSERT_EQ(bytesOf(database.backup()), backup);
         EXPECT_EQ(log.of(KAL_LOG_ERROR), "");
-        owner.end(round % 2 == 0 ? SIGKILL : SIGTERM);
-        ASSERT_EQ(keysAfterOpen(), Keys{1});
-        EXPECT_EQ(log.of(KAL_LOG_ERROR), dirtyLine + corruptLine + restoredLine);
+        for (Process& each : starters)
+            each.end(round % 2 == 0 ? SIGKILL : SIGTERM);
+        ASSERT_EQ(keysAfterOpen(), found == missing ? Keys{} : Keys{1});
     }
-    std::printf("%d openers refused\n", rounds);
+    std::printf("%d openers refused\n", 2 * rounds);
 }
 
 TEST_F(Recovery, AnOwnerStaysOwnerUntilTheClosingBackupIsMade)
@@ -307,20 +281,6 @@ TEST_F(Recovery, AnOwnerStaysOwnerUntilTheClosingBackupIsMade)
     EXPECT_EQ(database.close(), 0U);
     faults::reset();
     EXPECT_EQ(copies, 1U);
-}
-
-TEST_F(Recovery, OfTwoThatStartAtOnceOneWins)
-{
-    for (int round = 0; round < 5; ++round)
-        for (const std::string& found : {missing, newer, dirty(newer)}) {
-            put(found, found == missing ? missing : older);
-            Process starters[] = {starter(), starter()};
-            const std::set<std::uint32_t> statuses{starters[0].report(), starters[1].report()};
-            EXPECT_EQ(statuses, (std::set<std::uint32_t>{0U, KALDB_FILE_IN_USE}));
-            for (Process& each : starters)
-                each.end(SIGKILL);
-            EXPECT_EQ(keysAfterOpen(), found == missing ? Keys{} : Keys{1});
-        }
 }
 
 }  // namespace
