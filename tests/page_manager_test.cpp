@@ -22,7 +22,7 @@ using test::withoutTimes;
 
 constexpr uint32_t none = 0xFFFFFFFF;
 
-class PageManager : public test::PageStore {};
+using PageManager = test::PageStore;
 
 TEST_F(PageManager, FilesAreWrittenByteForByte)
 {
@@ -53,10 +53,10 @@ TEST_F(PageManager, FilesAreWrittenByteForByte)
 
 TEST_F(PageManager, HeadersThatCannotBeOursAreRefusedAndLeftAlone)
 {
-    std::vector<std::string> images{fileHeader(0).substr(0, 1), fileHeader(0).substr(0, 88),
-                                    fileHeader(0).substr(0, 91)};
+    const std::string good = fileHeader(0);
+    std::vector<std::string> images{good.substr(0, 1), good.substr(0, 88), good.substr(0, 91)};
     for (const std::size_t offset : {0u, 3u, 68u, 72u, 84u})
-        ++images.emplace_back(fileHeader(0))[offset];
+        ++images.emplace_back(good)[offset];
     test::LogLines log;
     for (const std::string& bad : images) {
         test::writeFile(dir / "db", bad);
@@ -87,8 +87,6 @@ TEST_F(PageManager, CacheSizesWrapAround)
     }
 }
 
-// ---- locks against a model -----------------------------------------------------------------------------------------
-
 /// Who holds what: 20 pages at most.
 struct ModelLocks {
     struct Lock {
@@ -97,32 +95,26 @@ struct ModelLocks {
     uint32_t request(uint32_t page, uint32_t type)
     {
         constexpr uint32_t refused = 9;
-        // request, type before -> type after, or refused
-        constexpr uint32_t table[4][4] = {
-            {0, 1, 2, 3},              // none: releases
-            {1, 1, refused, 3},        // read
-            {2, refused, 2, 3},        // write
-            {3, refused, refused, 3},  // read/write
-        };
+        // request for reading, writing, both; type before -> type after, or refused
+        constexpr uint32_t table[4][4] = {{}, {1, 1, refused, 3}, {2, refused, 2, 3}, {3, refused, refused, 3}};
         if (held.count(page) == 0 && held.size() == 20)
             return 12;
         if (type > 3)
             return 27;
         if (type == 0)
             return release(page), 0;
-        const uint32_t after = table[type][of(page).type];
-        if (after == refused)
+        const auto [before, count] = of(page);
+        if (table[type][before] == refused)
             return 18;
-        held[page] = {after, of(page).count + 1};
+        held[page] = {table[type][before], count + 1};
         return 0;
     }
     uint32_t release(uint32_t page)
     {
-        const auto found = held.find(page);
-        if (found == held.end())
+        if (held.count(page) == 0)
             return 16;
-        if (--found->second.count == 0)
-            held.erase(found);
+        if (--held[page].count == 0)
+            held.erase(page);
         return 0;
     }
     Lock of(uint32_t page) const { return held.count(page) == 0 ? Lock{} : held.at(page); }
@@ -153,8 +145,6 @@ TEST(PageTracker, FollowsItsTableOfRequests)
     }
     EXPECT_EQ(kalPageTrackerDeinitialize(tracker), 0u);
 }
-
-// ---- the cache against a model -------------------------------------------------------------------------------------
 
 /// What the cache must do, written down as plainly as it goes.
 struct ModelCache {
@@ -360,8 +350,6 @@ TEST(PageIndex, AgreesWithAMap)
     }
 }
 
-// ---- traces --------------------------------------------------------------------------------------------------------
-
 TEST(Trace, ABuildWithoutThemEvaluatesNoArgumentAndStillYieldsTheStatus)
 {
     constexpr kaldb::TraceSource here{u"kaldbchain: ", u"dbchainRelink"};
@@ -376,16 +364,14 @@ TEST(Trace, ABuildWithoutThemEvaluatesNoArgumentAndStillYieldsTheStatus)
 TEST_F(PageManager, TracesShowTheManagerItsSlotsAndItsPages)
 {
     test::LogLines log;
+    void* body = nullptr;
     ASSERT_EQ(open(), 0u);
     pmTraceCachePages(manager);
-    pmTraceFilePages(manager);
     EXPECT_EQ(log.count(KAL_LOG_TRACE, "Page -1\n"), kaldb::tracing ? 4 : 0);
     EXPECT_EQ(log.count(KAL_LOG_TRACE, "Flags = 0x00000004\n"), kaldb::tracing ? 4 : 0);
     ASSERT_EQ(create("page"), 0u);
     pmTracePageManager(manager);
     pmTraceFilePages(manager);
-    ASSERT_EQ(visit(7), 15u);
-    void* body = nullptr;
     ASSERT_EQ(kalPageManagerLoadPage(manager, test::write, 0, &body), 0u);
     EXPECT_EQ(pmIsPageLocked(manager, body), 1u);
     pmTraceFilePages(manager);
@@ -400,7 +386,6 @@ TEST_F(PageManager, TracesShowTheManagerItsSlotsAndItsPages)
           "kalpagemanager: kalPageManagerDeinitialize() resetting non-zero reference (1) count for page 0\n",
           "kalpagemanager: kalPageManagerFlush() flushing clean page -1\n"})
         EXPECT_EQ(traced.find(text) != std::string::npos, kaldb::tracing) << text << traced;
-    EXPECT_EQ(traced.empty(), !kaldb::tracing);
 }
 
 }  // namespace
