@@ -111,6 +111,8 @@ struct Text {
     bool pointsTo(const Text&) const { return true; }
 };
 
+using ValueKinds = testing::Types<Value, Text>;
+
 /// Every byte of an object.
 template <class Object>
 std::string image(const Object& object)
