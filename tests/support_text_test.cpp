@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 #include <functional>
+#include <memory>
 #include <new>
 #include <set>
 #include <string>
@@ -26,8 +27,6 @@ void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept
 }
 
 namespace {
-
-// ---- conversion
 
 const std::pair<std::string, std::u16string> wellFormed[] = {
     {"", u""},
@@ -78,8 +77,6 @@ TEST(Conversion, IllFormedTextFails)
     EXPECT_EQ(kalWideCharToMultiByte(u"\xD83D\xDE00", 1, nullptr, 0), KAL_CONVERSION_FAILED) << "cut off by its length";
 }
 
-// ---- comparison
-
 int sign(int32_t order) { return (order > 0) - (order < 0); }
 
 TEST(Comparison, IgnoresCaseOnRequestAndIsAnOrder)
@@ -113,8 +110,6 @@ TEST(Comparison, IgnoresCaseOnRequestAndIsAnOrder)
         EXPECT_EQ(sign(kalMultiByteICompare(second, first)), -folded);
     }
 }
-
-// ---- logs
 
 /// What reaches standard error when this sink takes the lines.
 std::string standardError(KALLogSink sink, const std::function<void()>& action)
@@ -154,9 +149,8 @@ TEST(Log, FormatsItsConversionsAndNothingElse)
 
 TEST(Log, LongLinesKeepTheirEndExceptWithoutMemory)
 {
-    test::LogLines log;
-    const auto traced = [&](std::size_t length) {
-        log.clear();
+    const auto traced = [](std::size_t length) {
+        const test::LogLines log;
         kalTrace(u"%s", std::u16string(length, u'y').c_str());
         return log.of(KAL_LOG_TRACE);
     };
@@ -187,11 +181,8 @@ TEST(Log, ASinkMayLogAndThrow)
         kalError(u"from the sink: %s", text);
         throw 1;
     };
-    const std::string written = standardError(chatty, [] {
-        EXPECT_EQ(kalDebug(u"one"), KAL_FAILURE);
-        EXPECT_EQ(kalDebug(u"two"), KAL_FAILURE);
-    });
-    EXPECT_EQ(written, "from the sink: one\nfrom the sink: two\n");
+    const auto logTwice = [] { EXPECT_TRUE(kalDebug(u"one") == KAL_FAILURE && kalDebug(u"two") == KAL_FAILURE); };
+    EXPECT_EQ(standardError(chatty, logTwice), "from the sink: one\nfrom the sink: two\n");
 }
 
 TEST(StatusText, EveryStatusHasItsOwn)
@@ -204,15 +195,14 @@ TEST(StatusText, EveryStatusHasItsOwn)
     EXPECT_EQ(texts.size(), 38u);
     EXPECT_EQ(kalErrorGetString(5), std::u16string(u"access denied")) << "in the order of the numbers";
     for (const uint32_t unknown : {28u, 0x0200000Au, 0x03000001u, 0x01000001u, 0xFFFFFFFFu})
-        EXPECT_TRUE(texts.count(kalErrorGetString(unknown)) == 0 &&
-                    kalErrorGetString(unknown) == std::u16string(kalErrorGetString(28)));
+        texts.emplace(kalErrorGetString(unknown));
+    EXPECT_EQ(texts.size(), 39u) << "the same for all that are unknown";
 }
 
 TEST(Handles, NoBytesAreABlockTooAndNoCallbacksNoEnumerator)
 {
-    void* const empty = kalMemAllocate(0, "./tests", 1);
+    const std::unique_ptr<void, decltype(&kalMemFree)> empty{kalMemAllocate(0, "./tests", 1), kalMemFree};
     EXPECT_NE(empty, nullptr);
-    kalMemFree(empty);
     const KALEnumeratorCallbacks none{};
     KALEnumerator* enumerator = nullptr;
     EXPECT_EQ(kalEnumeratorCreate(&none, nullptr, &enumerator), KAL_INVALID_ARGUMENT);

@@ -29,8 +29,6 @@ std::uint32_t create(const std::u16string& name, std::uint32_t recordSize, std::
 
 std::uint32_t pageCount() { return kaldb::kaldbChainGetPageManager()->pageCount(); }
 
-// ---- databases, tables and their indexes ---------------------------------------------------------------------------
-
 TEST(Databases, OpenAtAPathOfAnyLengthAndTheHandleKeepsItsBeginning)
 {
     const TempDir directory;
@@ -113,9 +111,9 @@ TEST(Tables, ForgottenAreFreedAndNotClosed)
     const std::size_t blocks = faults::liveBlocks();
     EXPECT_EQ(kaldbForgetHandle(forgotten), 1U);
     EXPECT_EQ(faults::liveBlocks(), blocks - 1);
+    EXPECT_EQ(kaldbForgetHandle(database.handle()), 1U);
     EXPECT_EQ(kaldb::kaldbIndexClose(index), kaldb::Status::success);
     EXPECT_EQ(kaldb::kaldbCloseChain(chain), kaldb::Status::success);
-    EXPECT_EQ(kaldbForgetHandle(database.handle()), 1U);
     KALPageTracker* tracker = nullptr;
     ASSERT_EQ(kalPageTrackerInitialize(1, 0, &tracker), 0U);
     alignas(KALPageTracker) static std::byte lost[sizeof *tracker];  // tells of the memory that nobody frees
@@ -129,31 +127,12 @@ TEST(Tables, ForgottenAreFreedAndNotClosed)
     database.open();
 }
 
-TEST(Tables, OpenTheirIndexLateAndWorkWithoutOneAndWithOneThatDisagrees)
+TEST(Tables, WorkWithoutAnIndexAndWithOneThatDisagrees)
 {
     Database database;
     Table table{database, u"T", 32};
     KALDBID id{};
-    Record record{{}, 5, 0};
-    const auto openWithoutIndex = [&] {
-        KALDBTable* opened = nullptr;
-        faults::failAt("kalHandleAllocate", 3, KAL_OUT_OF_MEMORY);  // table, chain, index
-        EXPECT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &opened), 0U);
-        EXPECT_TRUE(faults::struck());
-        return opened;
-    };
-    KALDBTable* late = openWithoutIndex();
-    faults::failAt("kalHandleAllocate", 1, KAL_OUT_OF_MEMORY);
-    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), KALDB_OUT_OF_MEMORY);
-    EXPECT_EQ(table.find(5), notFound);
-    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), 0U);
-    EXPECT_EQ(table.findByID(id, record), 0U);
-    EXPECT_EQ(kaldbTableClose(late), 0U);
-    late = openWithoutIndex();
-    EXPECT_EQ(kaldbTableDeleteRecordByID(late, &id), 0U);
-    EXPECT_EQ(kaldbTableClose(late), 0U);
-    EXPECT_EQ(table.findByID(id, record), notFound);
-
+    Record record;
     ASSERT_EQ(kaldb::kaldbCreateChain(kaldb::KALDB_OBJECT_TABLE, u"Half", 32, KALDB_CHAIN_GUID),
               kaldb::Status::success);
     Table half{database, u"Half", 32};
@@ -166,6 +145,7 @@ TEST(Tables, OpenTheirIndexLateAndWorkWithoutOneAndWithOneThatDisagrees)
     KALDBIndexRecord taken{};
     taken.id.sequence = 1;
     ASSERT_EQ(kaldb::kaldbIndexInsertRecord(*table.handle()->index, taken), kaldb::Status::success);
+    EXPECT_EQ(table.insert(5), 0U);
     EXPECT_EQ(table.insert(6, 0, &id), 0U);
     EXPECT_EQ(id.sequence, 1U);
     EXPECT_EQ(table.find(6), 0U);
@@ -195,10 +175,8 @@ TEST(Tables, HandOutNoIdentifierTwiceUnderAList)
     Table table{database, u"Counted", 64};
     KALDBID ids[3];
     KALEnumerator* list = nullptr;
-    ASSERT_EQ(table.insert(0, 0, &ids[0]), 0U);
-    ASSERT_EQ(kaldbTableEnumerate(database.handle(), &list), 0U);
-    EXPECT_EQ(table.insert(1, 0, &ids[1]), 0U);
-    EXPECT_EQ(kaldbBackupDatabaseWhileRunning(database.handle()), 0U);
+    ASSERT_TRUE(table.insert(0, 0, &ids[0]) == 0 && kaldbTableEnumerate(database.handle(), &list) == 0);
+    ASSERT_TRUE(table.insert(1, 0, &ids[1]) == 0 && kaldbBackupDatabaseWhileRunning(database.handle()) == 0);
     table.reopen(database);
     EXPECT_EQ(kalEnumeratorFree(list), 0U);
     EXPECT_EQ(table.insert(2, 0, &ids[2]), 0U);
@@ -237,7 +215,7 @@ TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
     table.open(database);
     used = table.handle();
     std::map<int, KALDBID> ids;
-    std::int64_t version = 0;
+    int version = 0, failed = 0;
     const auto findAll = [&] {
         for (const auto& [key, id] : ids) {
             Record found;
@@ -246,7 +224,6 @@ TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
             EXPECT_EQ(found.value, version) << "the index names a copy that was left behind";
         }
     };
-    int failed = 0;
     for (int i = 0; i < 60; ++i) {
         const int key = i * 37 % 60;
         KALDBID id;
@@ -257,8 +234,7 @@ TEST(Tables, TellTheCallerOfMovesAfterTheIndexHasFollowed)
         }
         ids[key] = id;
     }
-    EXPECT_GT(moves, 10);
-    EXPECT_EQ(failed, 1);
+    EXPECT_TRUE(moves > 10 && failed == 1) << moves << " " << failed;
     findAll();
 }
 

@@ -12,7 +12,6 @@
 
 #include <functional>
 #include <tuple>
-#include <utility>
 
 namespace {
 
@@ -36,16 +35,9 @@ protected:
         listing = testing::internal::GetCapturedStdout();
         return found;
     }
-    Found pagesOf(const std::string& bytes)
-    {
-        ::test::writeFile(path, bytes);
-        return pages();
-    }
-    Found headerOf(const std::string& bytes) const
-    {
-        ::test::writeFile(path, bytes);
-        return header();
-    }
+    void put(const std::string& bytes) const { ::test::writeFile(path, bytes); }
+    Found pagesOf(const std::string& bytes) { return put(bytes), pages(); }
+    Found headerOf(const std::string& bytes) const { return put(bytes), header(); }
     ValidateResult result() const { return validateHeader(path.u16string().c_str()); }
 
     /// Page 0 with three records and the children 1 (before) and 2 (after), and a binary page 3.
@@ -90,8 +82,7 @@ TEST_F(ValidateTest, HeaderIsHeldAgainstTheFile)
     FileImage image = soundFile();
     EXPECT_EQ(headerOf(FileImage{}.bytes()), Found(1, 0)) << "a file of a header alone";
     EXPECT_EQ(headerOf(image.bytes()), Found(1, 0));
-    EXPECT_TRUE(result().sound());
-    EXPECT_EQ(log.of(KAL_LOG_ERROR), "");
+    EXPECT_TRUE(result().sound() && log.of(KAL_LOG_ERROR).empty());
     image.header.pagesInFile = 5;
     image.header.flags = fileDirty;
     EXPECT_EQ(headerOf(image.bytes()), Found(1, 2));
@@ -225,7 +216,7 @@ TEST_F(ValidateTest, PagesThatTheFileDoesNotHoldCountOnceEachAndCostNothing)
 
 TEST_F(ValidateTest, FailedAllocationsEndTheRun)
 {
-    ::test::writeFile(path, soundFile().bytes());
+    put(soundFile().bytes());
     for (const auto& [call, text] :
          {std::pair{1U, ""}, {2U, "kaldbvalidate: dbCheckPages() Could not allocate memory for links\n"}}) {
         faults::failAt("kalMemAllocate", call, KAL_OUT_OF_MEMORY);
