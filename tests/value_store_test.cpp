@@ -141,12 +141,8 @@ TEST_F(Values, WhatCanBeStoredAndWhatIsNotOpen)
     EXPECT_EQ(cramped.fetch(), 19u);
 
     EXPECT_EQ(kaldbInitBinaryTable(database.handle()), 0u) << "open already";
-    for (const uint32_t expected : {0u, 3u}) {
-        EXPECT_EQ(kaldbDeinitBinaryTable(database.handle()), expected);
-        EXPECT_EQ(kaldbDeinitVarStringTable(database.handle()), expected);
-    }
-    EXPECT_EQ(statuses(large), (Statuses{3, 3, 3}));
-    EXPECT_EQ(statuses(text), (Statuses{3, 3, 3}));
+    EXPECT_EQ(kaldbDeinitBinaryTable(database.handle()) + kaldbDeinitVarStringTable(database.handle()), 0u);
+    EXPECT_TRUE(statuses(large) == (Statuses{3, 3, 3}) && statuses(text) == (Statuses{3, 3, 3}));
 }
 
 // Each list of three blocks; how many blocks are sound before the damage.

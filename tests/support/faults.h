@@ -1,4 +1,4 @@
-// The support library with faults: counts the calls, fails the n-th one, knows what is still allocated and open.
+// The support library with faults: fails the n-th call, knows what is still allocated and open.
 //
 // Include it in exactly one source file of a test program. Its definitions stand before those of the support library,
 // a separate shared library, and forward to them. A failing call does nothing but
@@ -23,7 +23,6 @@ namespace faults {
 inline constexpr const char* anyCall = "";
 
 struct State {
-    std::map<std::string, unsigned> calls;  // since `reset`; under `anyCall` all of them
     std::string failing;
     unsigned countdown = 0;  // 0: no fault ahead
     uint32_t status = 0;
@@ -42,11 +41,10 @@ inline State& state()
     return *theOne;
 }
 
-/// Forgets counts and faults, not what is allocated and open.
+/// Forgets the fault, not what is allocated and open.
 inline void reset()
 {
     State& s = state();
-    s.calls.clear();
     s.countdown = 0;
     s.torn = s.struck = false;
     s.before = nullptr;
@@ -63,7 +61,6 @@ inline void failAt(const char* call, unsigned nth, uint32_t status, bool forGood
     s.struck = false;
 }
 
-inline unsigned calls(const char* call = anyCall) { return state().calls[call]; }
 /// Whether the fault ahead came to pass.
 inline bool struck() { return state().struck; }
 inline std::size_t liveBlocks() { return state().blocks.size(); }
@@ -81,8 +78,6 @@ inline uint32_t verdict(const char* call)
     State& s = state();
     if (s.before)
         s.before(call);
-    ++s.calls[call];
-    ++s.calls[anyCall];
     if (s.countdown == 0 || (s.failing != anyCall && s.failing != call))
         return 0;
     const bool strikes = strikesNext(call);
@@ -98,6 +93,14 @@ Function* real(const char* name, Function*)
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+inline void* allocate(const char* call, decltype(kalMemAllocate)* real, uint32_t size, const char* file, uint32_t line)
+{
+    void* const block = verdict(call) != 0 ? nullptr : real(size, file, line);
+    if (block != nullptr)
+        state().blocks.insert(block);
+    return block;
+}
+
 }  // namespace faults
 
 #define KALDB_REAL(function) faults::real(#function, &function)
@@ -110,12 +113,7 @@ extern "C" {
 
 void* kalMemAllocate(uint32_t size, const char* file, uint32_t line)
 {
-    if (faults::verdict("kalMemAllocate") != 0)
-        return nullptr;
-    void* block = KALDB_REAL(kalMemAllocate)(size, file, line);
-    if (block != nullptr)
-        faults::state().blocks.insert(block);
-    return block;
+    return faults::allocate("kalMemAllocate", KALDB_REAL(kalMemAllocate), size, file, line);
 }
 
 void kalMemFree(void* block)
@@ -126,12 +124,7 @@ void kalMemFree(void* block)
 
 void* kalHandleAllocate(uint32_t size, const char* file, uint32_t line)
 {
-    if (faults::verdict("kalHandleAllocate") != 0)
-        return nullptr;
-    void* block = KALDB_REAL(kalHandleAllocate)(size, file, line);
-    if (block != nullptr)
-        faults::state().blocks.insert(block);
-    return block;
+    return faults::allocate("kalHandleAllocate", KALDB_REAL(kalHandleAllocate), size, file, line);
 }
 
 void kalHandleFree(void* handle)

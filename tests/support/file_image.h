@@ -123,11 +123,7 @@ struct FileImage {
             all.append(reinterpret_cast<const char*>(page.bytes.data()), page.bytes.size());
         return all;
     }
-    void write(const std::filesystem::path& path) const { writeBytes(path, bytes()); }
-    static void writeBytes(const std::filesystem::path& path, const std::string& bytes)
-    {
-        std::ofstream{path, std::ios::binary} << bytes;
-    }
+    void write(const std::filesystem::path& path) const { std::ofstream{path, std::ios::binary} << bytes(); }
 };
 
 }  // namespace kaldb::test
