@@ -322,6 +322,26 @@ TEST(BTreePageDamage, EveryOperationEnds)
     }
 }
 
+TEST(BTreePageDamage, LinksThatDisagreeAreFailures)
+{
+    const Tree sound{8, 8, {40, 20, 60}};
+    SlotIndex index = 0;
+    Tree tree = sound;
+    tree.page()->root = 8;
+    EXPECT_EQ(tree.insert(50, index), KALDB_FAILURE);
+    tree = sound;
+    tree.slot(1).parent = 2;  // 60 does not know 20
+    EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 1, byKey), KALDB_FAILURE);
+    tree = sound;
+    for (const uint32_t count : {0u, 1u}) {
+        tree.page()->count = count;
+        EXPECT_EQ(kalBTreeDeleteIndex(tree.page(), 1, byKey), KALDB_FAILURE);
+    }
+    for (SlotIndex i = 0; i < 8; ++i)
+        tree.slot(i).flags = 0;
+    EXPECT_EQ(tree.insert(50, index), KALDB_NO_FREE_SLOT);
+}
+
 /// Every header field from `first` to `last` with each of the values: the page is not opened unless `opens` says so.
 template <class View>
 void expectRefused(Bytes bytes, uint32_t itemSize, std::size_t last, const std::function<bool(std::size_t, int)>& opens)
