@@ -50,28 +50,25 @@ TEST(Tables, AreCreatedWhereNameAndSizeAllowItAndListedByName)
     Database database;
     const std::uint32_t pages = pageCount(), plain = 0, withIDs = KALDB_CHAIN_GUID, raw = KALDB_CHAIN_BINARY;
     const std::u16string name26(26, u'a'), name27(27, u'b'), name31(31, u'c');
-    struct Creation {
-        std::u16string name;
-        std::uint32_t recordSize, flags, status;
-    };
-    const Creation creations[] = {{u"Small", 15, withIDs, tooSmall},
-                                  {u"Large", 1965, plain, tooSmall},
-                                  {u"Large", 0xFFFFFFF0, plain, tooSmall},
-                                  {u"Large", 1957, raw, tooSmall},
-                                  {u"Large", UINT32_MAX, raw, tooSmall},
-                                  {name27, 32, withIDs, tooSmall},
-                                  {name31 + u"x", 32, withIDs, tooSmall},
-                                  {name26, 32, withIDs, 0},
-                                  {name26, 48, plain, alreadyExists},
-                                  {name27, 32, plain, 0},
-                                  {name31, 32, raw | withIDs, 0},
-                                  {name31 + u"x", 32, plain, alreadyExists},
-                                  {u"Largest", 1964, plain, 0},
-                                  {u"Pieces", 1956, raw, 0}};
+    const std::tuple<std::u16string, std::uint32_t, std::uint32_t, std::uint32_t> creations[] = {
+        {u"Small", 15, withIDs, tooSmall},
+        {u"Large", 1965, plain, tooSmall},
+        {u"Large", 0xFFFFFFF0, plain, tooSmall},
+        {u"Large", 1957, raw, tooSmall},
+        {u"Large", UINT32_MAX, raw, tooSmall},
+        {name27, 32, withIDs, tooSmall},
+        {name31 + u"x", 32, withIDs, tooSmall},
+        {name26, 32, withIDs, 0},
+        {name26, 48, plain, alreadyExists},
+        {name27, 32, plain, 0},
+        {name31, 32, raw | withIDs, 0},
+        {name31 + u"x", 32, plain, alreadyExists},
+        {u"Largest", 1964, plain, 0},
+        {u"Pieces", 1956, raw, 0}};
     const LogLines log;
-    for (const Creation& c : creations) {
-        EXPECT_EQ(create(c.name, c.recordSize, c.flags), c.status) << c.recordSize;
-        EXPECT_TRUE(c.status != tooSmall || pageCount() == pages) << c.recordSize;
+    for (const auto& [name, recordSize, flags, status] : creations) {
+        EXPECT_EQ(create(name, recordSize, flags), status) << recordSize;
+        EXPECT_TRUE(status != tooSmall || pageCount() == pages) << recordSize;
     }
     EXPECT_EQ(log.count(KAL_LOG_TRACE, "could not format initial page for '"), kaldb::tracing ? 5 : 0);
     EXPECT_EQ(log.count(KAL_LOG_TRACE, "lock conflict"), 0) << "nothing looks for a page that its caller holds";
