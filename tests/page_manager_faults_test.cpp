@@ -152,6 +152,12 @@ TEST_F(PageManagerFaults, AFailedCloseCanBeRepeated)
     EXPECT_EQ(log.count(KAL_LOG_ERROR, "could not close page manager file [0x4D - "), 1);
     EXPECT_TRUE(isDirty(file())) << "marked again";
     EXPECT_EQ(create("another"), 0u);
+    void* body = nullptr;
+    ASSERT_EQ(kalPageManagerLoadPage(manager, test::read, 1, &body), 0u);
+    faults::failAt("kalFileWrite", 1, injected);
+    EXPECT_EQ(kalPageManagerFlushPage(manager, body), injected);
+    EXPECT_EQ(static_cast<char*>(body)[16 - 28], 1) << "still dirty";
+
     faults::state().before = [&](const std::string& call) {
         if (call == "kalFileClose")
             std::filesystem::rename(dir / "db", dir / "elsewhere");
