@@ -75,8 +75,10 @@ void Checker::checkRootObject(const Chain& chain)
     const auto wrong = [&](const char* code, std::string text) {
         error(chain.page, chain.slot, code, fmt::format("'{}' {}", printable(chain.name), text));
     };
-    if (chain.name.empty() || std::find(std::begin(object.name), std::end(object.name), u'\0') == std::end(object.name))
-        wrong("root.name", "has an empty name, or one that does not end");
+    if (std::find(std::begin(object.name), std::end(object.name), u'\0') == std::end(object.name))
+        wrong("root.name", "has a name that does not end");
+    if (chain.name.empty())  // which the library allows
+        warning(chain.page, chain.slot, "root.name", "a table has an empty name");
     if (object.kind != KALDB_OBJECT_ROOT && object.kind != KALDB_OBJECT_TABLE && object.kind != KALDB_OBJECT_INDEX)
         wrong("root.kind", fmt::format("is of the unknown kind {}", object.kind));
     const std::uint32_t places = chain.binary() ? binaryCapacity(usablePageSize, object.recordSize)
