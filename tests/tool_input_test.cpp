@@ -141,6 +141,7 @@ TEST(Plan, TypesKeepWhatTheInputSays)
     EXPECT_EQ(types("k\n1\n", {.key = {"z"}}), "there is no column 'z'");
     EXPECT_EQ(types("k\n1\n", {.types = {{"k", "char(0)"}}}), "column 'k': no type 'char(0)'");
     EXPECT_EQ(types("[1]", {}, InputFormat::jsonl), "line 1: a row is no JSON object");
+    EXPECT_EQ(types(R"({"k":1,"a":{"k":2},"k":3})", {}, InputFormat::jsonl), "line 1: member 'k' occurs twice");
     EXPECT_EQ(types(R"({"kaldb":1,"columns":2})", {}, InputFormat::jsonl), "i64 i64 ") << "a row, no schema";
     EXPECT_EQ(types("\xEF\xBB\xBF"
                     "ab\n",

@@ -129,9 +129,10 @@ InputRows readJsonLines(std::istream& in, const std::string& name, const InputOp
     for (std::size_t number = 1; std::getline(in, line); ++number) {
         if (line.find_first_not_of(" \t\r") == std::string::npos)
             continue;
-        std::optional<Json> json = Json::tryParse(line);
+        std::string fault;
+        std::optional<Json> json = Json::tryParse(line, fault);
         if (!json)
-            fail(name, number, "no JSON");
+            fail(name, number, fault);
         if (isTableLine(*json)) {
             TableSchema schema = schemaFromJson(std::move(*json));
             wanted = schema.table == options.table;

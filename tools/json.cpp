@@ -1,10 +1,13 @@
 #include "json.h"
 
 #include "failure.h"
+#include "text.h"
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <limits>
+#include <unordered_set>
 
 namespace kaldb::tool {
 
@@ -30,6 +33,22 @@ Scalar scalarOf(const Value& value)
         [[fallthrough]];
     default: return value.dump(-1, ' ', false, Value::error_handler_t::replace);
     }
+}
+
+/// Throws what the parser throws. The parser keeps the last value of a member that an object names twice; nothing may
+/// be lost without a word, so that is told as a fault.
+Value parseStrictly(const std::string& text, std::string& fault)
+{
+    std::vector<std::unordered_set<std::string>> names;  // of the objects that are open
+    return Value::parse(text, [&](int, Value::parse_event_t event, const Value& parsed) {
+        if (event == Value::parse_event_t::object_start)
+            names.emplace_back();
+        else if (event == Value::parse_event_t::object_end)
+            names.pop_back();
+        else if (event == Value::parse_event_t::key && !names.back().insert(parsed.get<std::string>()).second)
+            fault = fmt::format("member '{}' occurs twice", printable(parsed.get<std::string>()));
+        return true;
+    });
 }
 
 }  // namespace
@@ -66,19 +85,29 @@ Json& Json::operator=(Json other) noexcept
 }
 Json::~Json() = default;
 
-std::optional<Json> Json::tryParse(const std::string& text)
+std::optional<Json> Json::tryParse(const std::string& text, std::string& fault)
 {
-    Value value = Value::parse(text, nullptr, /*allow_exceptions=*/false);
-    return value.is_discarded() ? std::nullopt : std::optional<Json>{Json{Node{std::move(value)}}};
+    try {
+        Value value = parseStrictly(text, fault);
+        if (fault.empty())
+            return Json{Node{std::move(value)}};
+    } catch (const Value::exception&) {
+        fault = "no JSON";
+    }
+    return std::nullopt;
 }
 
 Json Json::parse(const std::string& text, const std::string& input)
 {
+    std::string fault;
     try {
-        return Json{Node{Value::parse(text)}};
+        Value value = parseStrictly(text, fault);
+        if (fault.empty())
+            return Json{Node{std::move(value)}};
     } catch (const Value::exception& error) {  // also a number beyond every range
-        throw Failure{Exit::wrongUse, "input", input, error.what(), {}};
+        fault = error.what();
     }
+    throw Failure{Exit::wrongUse, "input", input, fault, {}};
 }
 
 std::string Json::dump() const { return node_->value.dump(-1, ' ', false, Value::error_handler_t::replace); }

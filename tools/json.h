@@ -43,8 +43,10 @@ public:
     Json& operator=(Json other) noexcept;
     ~Json();
 
-    /// None when the text is no JSON.
-    static std::optional<Json> tryParse(const std::string& text);
+    // No JSON is also a text with an object that names a member twice.
+
+    /// None when the text is no JSON, with the reason in `fault`, which comes in empty.
+    static std::optional<Json> tryParse(const std::string& text, std::string& fault);
     /// Throws a Failure that names `input` when the text is no JSON.
     static Json parse(const std::string& text, const std::string& input = {});
     /// On one line; what is not UTF-8 in it is replaced.

@@ -29,7 +29,7 @@ public:
     {
         std::vector<std::string> names;
         if (shape_.ids)
-            names.push_back("_id");
+            names.push_back(identifierColumn);
         for (const std::size_t column : shape_.columns)
             names.push_back(shape_.schema.columns[column].name);
         write(names);
@@ -70,7 +70,7 @@ public:
     {
         Json json = Json::object();
         if (shape_.ids)
-            json.set("_id", identifierOf(record));
+            json.set(identifierColumn, identifierOf(record));
         for (const std::size_t column : shape_.columns)
             json.set(shape_.schema.columns[column].name, valueToJson(row[column], shape_.schema.columns[column]));
         out_.json(json);
@@ -106,7 +106,7 @@ private:
     {
         std::vector<std::string> names;
         if (shape.ids)
-            names.push_back(">_id");
+            names.push_back(std::string(">") + identifierColumn);
         for (const std::size_t column : shape.columns) {
             const Column& c = shape.schema.columns[column];
             const bool right = c.type == ColumnType::integer || c.type == ColumnType::number;

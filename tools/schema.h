@@ -51,6 +51,7 @@ inline constexpr std::size_t textHeaderBytes = 32;
 inline constexpr std::size_t identifierBytes = 16;
 inline constexpr std::size_t longestKey = 254;
 inline constexpr std::size_t longestColumnName = 63;
+inline constexpr const char* identifierColumn = "_id";  // where rows are written with their identifiers
 
 struct Column {
     std::string name;

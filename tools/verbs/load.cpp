@@ -85,6 +85,9 @@ TableSchema newSchema(const LoadOptions& options, const InputRows& rows)
     constexpr std::size_t longestName = 31, longestNameWithIds = 26;  // in UTF-16 units
     constexpr std::uint32_t narrowestText = 4;                        // what a text out of line needs of its area
     const TableSchema schema = [&] {
+        if (!options.schema.empty() && (!options.key.empty() || !options.types.empty()))
+            throw wrongUse("a schema says already which columns are the key and of which types they are",
+                           "--schema, or --key and --types");
         if (!options.schema.empty())
             return placed(readSchemaFile(options.schema), options);
         if (rows.schema && options.key.empty() && options.types.empty())
@@ -95,6 +98,8 @@ TableSchema newSchema(const LoadOptions& options, const InputRows& rows)
         utf16(options.table).size() > (schema.ids ? longestNameWithIds : longestName))
         throw wrongUse(fmt::format("no table can be called '{}'", printable(options.table)),
                        "up to 31 characters, 26 with --ids");
+    if (schema.ids && schema.find(identifierColumn) != nullptr)
+        throw wrongUse(fmt::format("column '{}' cannot be told from the identifiers", identifierColumn));
     for (const Column& column : schema.columns)
         if (column.width < (column.type == ColumnType::text ? narrowestText : 1))
             throw wrongUse(fmt::format("column '{}': {} is too narrow", printable(column.name), column.typeName()));
