@@ -172,7 +172,7 @@ TEST_F(Walks, MissNothingThatStaysWhateverComesAndGoes)
             if (each.remove(key) == 0U)
                 always.erase(key), present.erase(key);
         };
-        while (present.size() < 12)
+        for (int left = 20; left > 0; --left)
             insert(any());
         always = present;
         ASSERT_EQ(each.enumerate(0, walk, round % 4 < 2, [](const void*, const void*) { return 0; }), 0U);

@@ -138,7 +138,7 @@ Status moveBehindRemoved(KALDBChainEnum& walk)
     BTreeWalk matches;
     if (Status s = BTreeWalk::begin(next.tree(), {&walk, compareBehindRemoved}, matches); failed(s))
         return KAL_TRACE(moveNext, s, u"could not create enumerator");
-    walk.pagesEntered = 0;  // no damage leads round this way: each such step took a record
+    --walk.pagesEntered;  // not counted: no damage leads round this way, each such step has taken a record
     enterPage(walk, next, matches);
     return Status::success;
 }
