@@ -157,7 +157,9 @@ TEST_F(Mistakes, WithPointersThatLeadNowhere)
     wrongPointersGive<2>(invalid, kaldbVarStringCreate);
     wrongPointersGive(invalid, kalEnumeratorFree, kalEnumeratorMoveFirst, kalEnumeratorMoveNext, kalEnumeratorGetItem,
                       kalEnumeratorGetUserData, kalFileClose, kalFileFlush, kalFileRead, kalFileWrite, kalFileSeek,
-                      kalFileGetSize);
+                      kalFileGetSize, kalFileOpenW, kalFileCopyW, kalFileDeleteW, kalFileExistsW, kalFileRename,
+                      kalFileSyncW, kalStatsInitialize, kalStatsDeinitialize);
+    wrongPointersGive<1>(invalid, kalEnumeratorCreate);
     kalBTreeDump(nullptr);
     for (const auto trace : {pmTracePageManager, pmTraceFilePages, pmTraceCachePages})
         for (KALPageManager* const wrong : {closed<KALPageManager>, neverOpened<KALPageManager>})
@@ -236,7 +238,11 @@ TEST_F(Mistakes, WithTheWrongTableNameSizeOrEnumerator)
         [](KALEnumerator*, void*, std::uint32_t, std::uint32_t*) { return 1U; }, nullptr,
         [](KALEnumerator*, void*, std::uint32_t, void*, std::uint32_t) { return 1U; },
         [](KALEnumerator*, void*) { return 0U; }};
+    KALEnumeratorCallbacks noMove = foreignCallbacks, noItem = foreignCallbacks, noFree = foreignCallbacks;
+    noMove.move = nullptr, noItem.getItem = nullptr, noFree.free = nullptr;
     KALEnumerator *foreign = nullptr, *others = nullptr, *items = nullptr;
+    for (const KALEnumeratorCallbacks* const incomplete : {&noMove, &noItem, &noFree})
+        make({{invalid, kalEnumeratorCreate, incomplete, nullptr, &foreign}});
     ASSERT_EQ(plain.insert(1) + plain.enumerate(1, others, false), 0U);
     make({{fine, kalEnumeratorCreate, &foreignCallbacks, nullptr, &foreign},
           {fine, kaldbTableEnumerate, nullptr, &list},
