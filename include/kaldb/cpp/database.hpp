@@ -89,8 +89,8 @@ public:
     }
 
     /// Writes everything out, closes the file and replaces its backup. On an object that owns nothing it does nothing.
-    /// After a failure the object still owns the database, whose tables are to be used no more: make room and close once
-    /// more, or give up, and the next open brings the last backup back.
+    /// After a failure the object still owns the database, whose tables are to be used no more: make room and close
+    /// once more, or give up, and the next open brings the last backup back.
     void close() { detail::check(finish(), "close", path_.string()); }
     void close(std::error_code& error) noexcept { detail::report(finish(), error); }
 
