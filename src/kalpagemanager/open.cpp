@@ -15,14 +15,6 @@ constexpr std::uint32_t extraCacheBytes = 4 * pageSize;
 
 }  // namespace
 
-Status KALPageManager::open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager, bool& created)
-{
-    std::uint32_t flag = created ? 1 : 0;
-    const Status s = open(path, cacheBytes, manager, flag);
-    created = flag != 0;
-    return s;
-}
-
 // Whatever fails, the half-made manager goes with all that it holds, the open file included.
 Status KALPageManager::open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager,
                             std::uint32_t& created)

@@ -28,7 +28,6 @@ public:
     using LockType = kaldb::LockType;
 
     /// Opens or creates the file and builds the cache; `created` is written as soon as the file is open.
-    static Status open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager, bool& created);
     static Status open(const char16_t* path, std::uint32_t cacheBytes, KALPageManager*& manager,
                        std::uint32_t& created);
     ~KALPageManager();
