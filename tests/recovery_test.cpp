@@ -226,6 +226,24 @@ TEST_F(Recovery, AStartThatFailsOrDiesLeavesFilesThatOpen)
         }
 }
 
+TEST_F(Recovery, ACloseThatFailsIsMadeAgain)
+{
+    database.open();
+    Table table{database, u"Kept", 100};
+    ASSERT_EQ(table.insert(3), 0U);
+    table.close();
+    KALDBDatabase* const handle = database.handle();
+    for (const char* call : {"kalFileWrite", "kalFileSyncW", "kalFileClose"}) {
+        faults::failAt(call, 1, KAL_NO_SPACE);
+        EXPECT_EQ(kaldbDeinitialize(handle), KALDB_NO_SPACE) << call;
+        EXPECT_EQ(database.tryOpen(), alreadyExists);
+        EXPECT_NE(readFile(database.backup()), older);
+    }
+    faults::reset();
+    EXPECT_EQ(database.close(), 0U);
+    EXPECT_EQ(keysAfterOpen(), (Keys{1, 2, 3}));
+}
+
 TEST_F(Recovery, ASessionThatMetDamageKeepsTheBackup)
 {
     // The table's only page is the last but one; its index came after it.

@@ -124,12 +124,31 @@ TEST(Tables, ForgottenAreFreedAndNotClosed)
     database.open();
 }
 
-TEST(Tables, WorkWithoutAnIndexAndWithOneThatDisagrees)
+TEST(Tables, OpenTheirIndexLateAndWorkWithoutOneAndWithOneThatDisagrees)
 {
     Database database;
     Table table{database, u"T", 32};
     KALDBID id{};
-    Record record;
+    Record record{{}, 5, 0};
+    const auto openWithoutIndex = [&] {
+        KALDBTable* opened = nullptr;
+        faults::failAt("kalHandleAllocate", 3, KAL_OUT_OF_MEMORY);  // table, chain, index
+        EXPECT_EQ(kaldbTableOpen(nullptr, u"T", &table.callbacks, &opened), 0U);
+        EXPECT_TRUE(faults::struck());
+        return opened;
+    };
+    KALDBTable* late = openWithoutIndex();
+    faults::failAt("kalHandleAllocate", 1, KAL_OUT_OF_MEMORY);
+    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), KALDB_OUT_OF_MEMORY);
+    EXPECT_EQ(table.find(5), notFound);
+    EXPECT_EQ(kaldbTableInsertRecord(late, &record, 0, &id), 0U);
+    EXPECT_EQ(table.findByID(id, record), 0U);
+    EXPECT_EQ(kaldbTableClose(late), 0U);
+    late = openWithoutIndex();
+    EXPECT_EQ(kaldbTableDeleteRecordByID(late, &id), 0U);
+    EXPECT_EQ(kaldbTableClose(late), 0U);
+    EXPECT_EQ(table.findByID(id, record), notFound);
+
     ASSERT_EQ(kaldb::kaldbCreateChain(kaldb::KALDB_OBJECT_TABLE, u"Half", 32, KALDB_CHAIN_GUID),
               kaldb::Status::success);
     Table half{database, u"Half", 32};
@@ -142,7 +161,6 @@ TEST(Tables, WorkWithoutAnIndexAndWithOneThatDisagrees)
     KALDBIndexRecord taken{};
     taken.id.sequence = 1;
     ASSERT_EQ(kaldb::kaldbIndexInsertRecord(*table.handle()->index, taken), kaldb::Status::success);
-    EXPECT_EQ(table.insert(5), 0U);
     EXPECT_EQ(table.insert(6, 0, &id), 0U);
     EXPECT_EQ(id.sequence, 1U);
     EXPECT_EQ(table.find(6), 0U);
